@@ -1,0 +1,69 @@
+// AudioRelayProcessor ("arel"): relays audio between the DSP and a client.
+//
+// Each block from the tap-out buffer is reduced to one 16-bit channel and
+// handed to the client's IReceiveAudioCallback; the block injected back is
+// the client's latest SendAudio() data, silence, or (passthrough mode) the
+// captured audio itself. Locks: enableMutex_ (Enable, SetParameter) before
+// dataMutex_ (packets, pending flag, callback; held by ProcessBlock for the
+// whole block, the one lock the packet path takes).
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "common/thread_annotations.h"
+#include "processors/lumx_processor.h"
+
+// Ids, DSP core and taps of the telephony use case.
+constexpr uint32_t kTelephonyDownlinkProcessor = 0x61727430;  // "art0"
+constexpr uint32_t kTelephonyUplinkProcessor = 0x61727431;    // "art1"
+constexpr int32_t kTelephonyCore = 4;
+constexpr uint32_t kTelephonyDownlinkTap = 0x7670646c;  // "vpdl", index 0
+constexpr uint32_t kTelephonyUplinkTap = 0x7670756c;    // "vpul", index 1
+constexpr int32_t kTelephonyDownlinkTapIndex = 0;
+constexpr int32_t kTelephonyUplinkTapIndex = 1;
+constexpr int32_t kTelephonyDownlinkBuffer = 40;
+constexpr int32_t kTelephonyUplinkBuffer = 41;
+
+class AudioRelayProcessor : public LumxProcessor {
+ public:
+  // Codes of the relay's client packets: 48 kHz, signed PCM, 16 bits, mono.
+  static constexpr int8_t kPacketSampleRate48k = 5;
+  static constexpr int8_t kPacketFormatPcm = 0;
+  static constexpr int8_t kPacketBits16 = 1;
+  static constexpr int8_t kPacketMono = 1;
+  // Largest block the relay ever carries, in bytes (the longest block length
+  // of 16-bit mono samples). Client data beyond it can never be injected.
+  static constexpr size_t kMaxBlockBytes = kMaxBlockLength * 2;
+
+  explicit AudioRelayProcessor(uint32_t id);
+  ~AudioRelayProcessor() override;
+
+  void Info(std::vector<std::string>& lines) const override;
+  int Enable(bool enable) override EXCLUDES(enableMutex_, dataMutex_);
+  int ProcessBlock(const void* in, size_t inSize, void* out, size_t outSize) override EXCLUDES(dataMutex_);
+  Status SetParameter(ParameterId id, int element, const ParamValue& value) override
+      EXCLUDES(enableMutex_, dataMutex_);
+  Status GetParameter(ParameterId id, int element, ParamValue* value) const override;
+  int SendAudio(const AudioPacket& packet) override EXCLUDES(dataMutex_);
+  void RegisterReceiveAudioCallback(std::shared_ptr<IReceiveAudioCallback> cb) override EXCLUDES(dataMutex_);
+
+  // Builds ("art0", "art1" on taps 4:vpdl.0 and 4:vpul.1, buffers 40 and 41)
+  // or tears down the telephony use case through the service's own
+  // operations. `result` is the caller's CommandResult*. Call without the
+  // service mutex held.
+  static void EnableTelephonyUseCase(bool enable, void* result);
+  // Whether the telephony use case is on.
+  static bool TelephonyUseCaseEnabled();
+
+ private:
+  // Sizes and stamps both packets for the current block length. 0 or -1.
+  int startProcessor() REQUIRES(dataMutex_);
+
+  lumx::Mutex enableMutex_;
+  lumx::Mutex dataMutex_ ACQUIRED_AFTER(enableMutex_);
+  uint32_t blockCount_ GUARDED_BY(dataMutex_) = 0;
+  AudioPacket txPacket_ GUARDED_BY(dataMutex_);
+  AudioPacket rxPacket_ GUARDED_BY(dataMutex_);
+  bool rxPending_ GUARDED_BY(dataMutex_) = false;
+};
