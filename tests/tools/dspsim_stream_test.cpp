@@ -1,0 +1,587 @@
+// lumx-dspsim: tap-out streams (packet format, numbering, layout, sources),
+// inject checking (reassembly, gaps, errors, latency, recording) and the
+// building blocks behind them.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sndfile.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/lumx-dspsim/audio_layout.h"
+#include "tools/lumx-dspsim/data_nodes.h"
+#include "tools/lumx-dspsim/latency_histogram.h"
+#include "tools/lumx-dspsim/packet_parser.h"
+#include "tools/lumx-dspsim/sim_client.h"
+#include "tools/lumx-dspsim/sim_runner.h"
+
+namespace lumx::dspsim {
+namespace {
+
+constexpr int kWaitMs = 10000;  // generous: the machine may be loaded
+
+// Polls `done` every 10 ms for up to kWaitMs.
+bool WaitFor(const std::function<bool()>& done) {
+  for (int i = 0; i < kWaitMs / 10; ++i) {
+    if (done()) return true;
+    usleep(10000);
+  }
+  return done();
+}
+
+std::vector<uint8_t> PacketBytes(const PacketHeader& h, const std::vector<uint8_t>& payload) {
+  std::vector<uint8_t> out(kPacketHeaderSize + payload.size());
+  EncodePacketHeader(h, out.data());
+  std::copy(payload.begin(), payload.end(), out.begin() + kPacketHeaderSize);
+  return out;
+}
+
+bool WriteAll(int fd, const std::vector<uint8_t>& bytes) {
+  return write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+}
+
+class DspsimStream : public ::testing::Test {
+ protected:
+  // Starts the simulator; `table` replaces the built-in tap table if given.
+  void StartSim(const std::string& table = "", Options o = Options()) {
+    ASSERT_FALSE(dir_.path().empty());
+    o.devRoot = dir_.path();
+    o.statsPath.clear();
+    if (!table.empty()) {
+      std::string err;
+      ASSERT_TRUE(ParseTapTable(table, &o.taps, &err)) << err;
+    }
+    sim_ = std::make_unique<SimThread>(o);
+    std::string err;
+    ASSERT_TRUE(sim_->Start(&err)) << err;
+    ASSERT_TRUE(control_.Open(dir_.File("zch-lumx_control")));
+  }
+
+  void Command(std::vector<uint8_t> req) {
+    ASSERT_TRUE(control_.Exchange(&req, kWaitMs));
+    ASSERT_EQ(LoadI16(&req[6]), 0) << "opcode " << LoadU16(&req[4]);
+  }
+  void BindAndEnable(uint8_t core, const char* code, uint8_t index, uint8_t out, uint8_t in) {
+    std::vector<uint8_t> b = MakeTapRequest(kOpTapBind, core, code, index);
+    b[16] = out;
+    b[17] = in;
+    Command(b);
+    std::vector<uint8_t> e = MakeTapRequest(kOpTapEnable, core, code, index);
+    e[14] = 1;
+    Command(e);
+  }
+  SimStats Stats() { return sim_->sim().Snapshot(); }
+
+  TempDir dir_;
+  std::unique_ptr<SimThread> sim_;
+  ControlClient control_;
+};
+
+TEST_F(DspsimStream, PacketsAreWellFormedAndNumberedFromOne) {
+  StartSim();
+  TapOutReader reader;
+  ASSERT_TRUE(reader.Open(dir_.File("zch-lumx_tapout20")));
+  int64_t before = MonotonicNowNs();
+  BindAndEnable(2, "imic", 0, 20, 20);
+  for (uint32_t n = 1; n <= 20; ++n) {
+    ReadPacket p;
+    ASSERT_TRUE(reader.Next(kWaitMs, &p)) << "packet " << n;
+    const std::vector<uint8_t>& h = p.rawHeader;
+    ASSERT_EQ(h.size(), kPacketHeaderSize);
+    EXPECT_EQ(std::string(h.begin(), h.begin() + 4), "xmuL");
+    EXPECT_EQ(LoadU32(&h[4]), 1u);
+    EXPECT_EQ(LoadU32(&h[16]), n) << "consecutive from 1";
+    EXPECT_EQ(LoadU32(&h[20]), 960u);
+    EXPECT_EQ(LoadU32(&h[24]), 48000u);
+    EXPECT_EQ(h[28], 1);
+    EXPECT_EQ(h[29], 2);
+    for (size_t i = 30; i < 64; ++i) EXPECT_EQ(h[i], 0) << "byte " << i;
+    int64_t stamp = static_cast<int64_t>(LoadU64(&h[8]));
+    EXPECT_GE(stamp, before) << "opaque word is the send time";
+    EXPECT_LE(stamp, MonotonicNowNs());
+    EXPECT_EQ(p.payload.size(), 960u);
+  }
+  EXPECT_EQ(reader.resyncs, 0u);
+  // The counter follows the write that delivered the packet.
+  EXPECT_TRUE(WaitFor([&] { return Stats().tapOuts[20].packetsSent >= 20; }));
+  SimStats s = Stats();
+  EXPECT_EQ(s.tapOuts[20].tap, "2:imic.0");
+  EXPECT_EQ(s.tapOuts[21].packetsSent, 0u) << "nothing bound to 21";
+}
+
+TEST_F(DspsimStream, TwoChannelPayloadHoldsChannelBlocksPerFrame) {
+  StartSim();
+  TapOutReader reader;
+  ASSERT_TRUE(reader.Open(dir_.File("zch-lumx_tapout21")));
+  BindAndEnable(2, "sspk", 0, 21, 21);
+  // sspk.0 is the table's second tap: 500 Hz on channel 0, 1000 Hz on 1.
+  int crossings[2] = {0, 0};
+  for (int n = 0; n < 10; ++n) {
+    ReadPacket p;
+    ASSERT_TRUE(reader.Next(kWaitMs, &p));
+    ASSERT_EQ(p.header.channels, 2);
+    ASSERT_EQ(p.payload.size(), 480u * 2 * 2);
+    for (int c = 0; c < 2; ++c) {
+      const uint8_t* block = p.payload.data() + c * 480 * 2;
+      for (int i = 1; i < 480; ++i) {
+        int16_t a = static_cast<int16_t>(LoadU16(block + 2 * (i - 1)));
+        int16_t b = static_cast<int16_t>(LoadU16(block + 2 * i));
+        crossings[c] += (a < 0) != (b < 0);
+      }
+    }
+  }
+  // 100 ms: 50 cycles (100 crossings) and 100 cycles (200 crossings).
+  EXPECT_NEAR(crossings[0], 100, 12);
+  EXPECT_NEAR(crossings[1], 200, 12);
+}
+
+TEST_F(DspsimStream, BlockLengthChangeResizesPacketsWithoutAGap) {
+  StartSim();
+  TapOutReader reader;
+  ASSERT_TRUE(reader.Open(dir_.File("zch-lumx_tapout40")));
+  BindAndEnable(4, "vpdl", 0, 40, 40);
+  ReadPacket p;
+  ASSERT_TRUE(reader.Next(kWaitMs, &p));
+  EXPECT_EQ(p.header.payloadSize, 960u);
+  uint32_t last = p.header.packetNum;
+  std::vector<uint8_t> bl = MakeTapRequest(kOpTapSetBlockLen, 4, "vpdl", 0);
+  StoreU32(&bl[16], 4800);
+  Command(bl);
+  bool resized = false;
+  for (int n = 0; n < 200 && !resized; ++n) {
+    ASSERT_TRUE(reader.Next(kWaitMs, &p));
+    EXPECT_EQ(p.header.packetNum, last + 1);
+    last = p.header.packetNum;
+    resized = p.header.payloadSize == 9600u;
+  }
+  EXPECT_TRUE(resized);
+  ASSERT_TRUE(reader.Next(kWaitMs, &p));
+  EXPECT_EQ(p.header.payloadSize, 9600u);
+  EXPECT_EQ(p.header.packetNum, last + 1);
+}
+
+TEST_F(DspsimStream, UnreadNodeDropsPacketsQuietlyUntilOpened) {
+  StartSim("2 imic.0 48000 480 1 16 enabled=1 tapout=20 inject=20\n");
+  ASSERT_TRUE(WaitFor([&] { return Stats().tapOuts[20].droppedNoReader >= 3; }));
+  EXPECT_EQ(Stats().tapOuts[20].packetsSent, 0u);
+  TapOutReader reader;
+  ASSERT_TRUE(reader.Open(dir_.File("zch-lumx_tapout20")));
+  ReadPacket p;
+  ASSERT_TRUE(reader.Next(kWaitMs, &p));
+  EXPECT_GT(p.header.packetNum, 3u) << "numbers kept counting while nobody read";
+  ReadPacket q;
+  ASSERT_TRUE(reader.Next(kWaitMs, &q));
+  EXPECT_EQ(q.header.packetNum, p.header.packetNum + 1);
+  EXPECT_EQ(reader.resyncs, 0u) << "no stale bytes from before the open";
+}
+
+TEST_F(DspsimStream, ReaderThatLeavesAndComesBackSeesNoLeftovers) {
+  StartSim("2 imic.0 48000 480 1 16 enabled=1 tapout=20\n");
+  {
+    TapOutReader first;
+    ASSERT_TRUE(first.Open(dir_.File("zch-lumx_tapout20")));
+    ReadPacket p;
+    ASSERT_TRUE(first.Next(kWaitMs, &p));
+    // Leave packets unread in the pipe, then go away.
+    uint64_t sent = Stats().tapOuts[20].packetsSent;
+    ASSERT_TRUE(WaitFor([&] { return Stats().tapOuts[20].packetsSent >= sent + 3; }));
+  }
+  uint64_t dropped = Stats().tapOuts[20].droppedNoReader;
+  ASSERT_TRUE(WaitFor([&] { return Stats().tapOuts[20].droppedNoReader > dropped; }));
+  TapOutStats atDrop = Stats().tapOuts[20];
+  uint64_t made = atDrop.packetsSent + atDrop.droppedNoReader + atDrop.droppedBusy;
+  TapOutReader second;
+  ASSERT_TRUE(second.Open(dir_.File("zch-lumx_tapout20")));
+  ReadPacket p, q;
+  ASSERT_TRUE(second.Next(kWaitMs, &p));
+  ASSERT_TRUE(second.Next(kWaitMs, &q));
+  EXPECT_GT(p.header.packetNum, made) << "the first packet read is a fresh one";
+  EXPECT_EQ(q.header.packetNum, p.header.packetNum + 1);
+  EXPECT_EQ(second.resyncs, 0u);
+}
+
+TEST_F(DspsimStream, LoopbackYieldsRoundTripLatency) {
+  StartSim();
+  TapOutReader reader;
+  ASSERT_TRUE(reader.Open(dir_.File("zch-lumx_tapout20")));
+  lumx::unique_fd inject(open(dir_.File("zch-lumx_inject20").c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_TRUE(inject.ok());
+  BindAndEnable(2, "imic", 0, 20, 20);
+  for (int n = 0; n < 30; ++n) {
+    ReadPacket p;
+    ASSERT_TRUE(reader.Next(kWaitMs, &p));
+    ASSERT_TRUE(WriteAll(inject.get(), PacketBytes(p.header, p.payload)));
+  }
+  ASSERT_TRUE(WaitFor([&] { return Stats().injects[20].packetsReceived == 30; }));
+  InjectStats s = Stats().injects[20];
+  EXPECT_EQ(s.gaps, 0u);
+  EXPECT_EQ(s.errors(), 0u);
+  EXPECT_EQ(s.unstamped, 0u);
+  EXPECT_EQ(s.bytesReceived, 30u * (64 + 960));
+  EXPECT_EQ(s.latencyUs.count(), 30u);
+  EXPECT_GE(s.latencyUs.max(), s.latencyUs.Quantile(0.99));
+  EXPECT_GE(s.latencyUs.Quantile(0.99), s.latencyUs.Quantile(0.5));
+}
+
+TEST_F(DspsimStream, InjectCountsGapsAndEveryKindOfBadInput) {
+  StartSim("2 imic.0 48000 480 1 16 inject=20\n");
+  lumx::unique_fd inject(open(dir_.File("zch-lumx_inject20").c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_TRUE(inject.ok());
+  PacketHeader h;
+  h.sampleRate = 48000;
+  h.channels = 1;
+  h.bytesPerSample = 2;
+  h.payloadSize = 960;
+  h.opaque = static_cast<uint64_t>(MonotonicNowNs());
+  std::vector<uint8_t> payload(960, 0);
+  std::vector<uint8_t> stream;
+  auto add = [&](const PacketHeader& x) {
+    std::vector<uint8_t> b = PacketBytes(x, payload);
+    stream.insert(stream.end(), b.begin(), b.end());
+  };
+  h.packetNum = 1;
+  add(h);
+  h.packetNum = 2;
+  add(h);
+  h.packetNum = 5;  // gap: 3 and 4 lost
+  add(h);
+  stream.insert(stream.end(), 24, 0x11);  // junk
+  PacketHeader v2 = h;
+  v2.version = 2;
+  add(v2);
+  PacketHeader big = h;
+  big.payloadSize = 65473;
+  std::vector<uint8_t> bigHdr(64);
+  EncodePacketHeader(big, bigHdr.data());
+  stream.insert(stream.end(), bigHdr.begin(), bigHdr.end());
+  PacketHeader other = h;
+  other.packetNum = 6;
+  other.sampleRate = 16000;  // not the bound tap's format
+  add(other);
+  PacketHeader unstamped = h;
+  unstamped.packetNum = 7;
+  unstamped.opaque = 12345;
+  add(unstamped);
+  // Dribble it in uneven pieces, as a writer may.
+  for (size_t off = 0; off < stream.size();) {
+    size_t n = std::min<size_t>(stream.size() - off, 1 + (off % 700));
+    ASSERT_EQ(write(inject.get(), stream.data() + off, n), static_cast<ssize_t>(n));
+    off += n;
+  }
+  ASSERT_TRUE(WaitFor([&] { return Stats().injects[20].packetsReceived == 5; }));
+  ASSERT_TRUE(WaitFor([&] { return Stats().injects[20].bytesReceived == stream.size(); }));
+  InjectStats s = Stats().injects[20];
+  EXPECT_EQ(s.gaps, 1u);
+  EXPECT_EQ(s.lostPackets, 2u);
+  EXPECT_EQ(s.badVersion, 1u);
+  EXPECT_EQ(s.oversize, 1u);
+  EXPECT_EQ(s.formatMismatch, 1u);
+  EXPECT_EQ(s.unstamped, 1u);
+  EXPECT_GE(s.resyncs, 1u);
+  EXPECT_EQ(s.latencyUs.count(), 4u);
+  EXPECT_EQ(s.errors(), s.resyncs + 3);
+}
+
+TEST_F(DspsimStream, RecordWritesInjectedAudioInterleaved) {
+  Options o;
+  std::string wav = dir_.File("rec21.wav");
+  o.records[21] = wav;
+  StartSim("2 sspk.0 48000 480 2 16 inject=21\n", o);
+  lumx::unique_fd inject(open(dir_.File("zch-lumx_inject21").c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_TRUE(inject.ok());
+  PacketHeader h;
+  h.sampleRate = 48000;
+  h.channels = 2;
+  h.bytesPerSample = 2;
+  h.payloadSize = 1920;
+  for (uint32_t n = 1; n <= 3; ++n) {
+    std::vector<uint8_t> payload(1920);
+    for (int c = 0; c < 2; ++c) {
+      for (int i = 0; i < 480; ++i) {
+        int16_t v = static_cast<int16_t>((c == 0 ? 1 : -1) * (static_cast<int>(n) * 1000 + i));
+        StoreU16(&payload[(c * 480 + i) * 2], static_cast<uint16_t>(v));
+      }
+    }
+    h.packetNum = n;
+    ASSERT_TRUE(WriteAll(inject.get(), PacketBytes(h, payload)));
+  }
+  ASSERT_TRUE(WaitFor([&] { return Stats().injects[21].recordedFrames == 1440; }));
+  sim_->Stop();  // closes the file
+  SF_INFO info;
+  std::memset(&info, 0, sizeof info);
+  SNDFILE* f = sf_open(wav.c_str(), SFM_READ, &info);
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(info.samplerate, 48000);
+  EXPECT_EQ(info.channels, 2);
+  EXPECT_EQ(info.frames, 1440);
+  EXPECT_EQ(info.format & SF_FORMAT_SUBMASK, SF_FORMAT_PCM_16);
+  std::vector<short> pcm(1440 * 2);
+  EXPECT_EQ(sf_readf_short(f, pcm.data(), 1440), 1440);
+  sf_close(f);
+  EXPECT_EQ(pcm[0], 1000);
+  EXPECT_EQ(pcm[1], -1000);
+  EXPECT_EQ(pcm[2 * 479], 1479);
+  EXPECT_EQ(pcm[2 * 479 + 1], -1479);
+  EXPECT_EQ(pcm[2 * 480], 2000);
+  EXPECT_EQ(pcm[2 * 1439 + 1], -3479);
+}
+
+TEST_F(DspsimStream, SourceFileIsPlayedLooped) {
+  std::string wav = dir_.File("ramp.wav");
+  SF_INFO info;
+  std::memset(&info, 0, sizeof info);
+  info.samplerate = 48000;
+  info.channels = 1;
+  info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+  SNDFILE* f = sf_open(wav.c_str(), SFM_WRITE, &info);
+  ASSERT_NE(f, nullptr);
+  std::vector<short> ramp(700);
+  for (int i = 0; i < 700; ++i) ramp[i] = static_cast<short>(i * 3 - 1000);
+  ASSERT_EQ(sf_writef_short(f, ramp.data(), 700), 700);
+  sf_close(f);
+
+  Options o;
+  o.sources["imic.0"] = wav;
+  StartSim("", o);
+  TapOutReader reader;
+  ASSERT_TRUE(reader.Open(dir_.File("zch-lumx_tapout20")));
+  BindAndEnable(2, "imic", 0, 20, 20);
+  size_t sample = 0;
+  for (int n = 0; n < 4; ++n) {
+    ReadPacket p;
+    ASSERT_TRUE(reader.Next(kWaitMs, &p));
+    ASSERT_EQ(p.payload.size(), 960u);
+    for (size_t i = 0; i < 480; ++i, ++sample) {
+      ASSERT_EQ(static_cast<int16_t>(LoadU16(&p.payload[2 * i])), ramp[sample % 700])
+          << "sample " << sample;
+    }
+  }
+}
+
+TEST_F(DspsimStream, StartFailsCleanlyOnBadSources) {
+  Options o;
+  o.devRoot = dir_.path();
+  o.sources["nope.0"] = dir_.File("x.wav");
+  Simulator sim(o);
+  std::string err;
+  EXPECT_FALSE(sim.Start(&err));
+  EXPECT_NE(err.find("nope.0"), std::string::npos) << err;
+  o.sources.clear();
+  o.sources["imic.0"] = dir_.File("missing.wav");
+  Simulator sim2(o);
+  EXPECT_FALSE(sim2.Start(&err));
+  EXPECT_NE(err.find("missing.wav"), std::string::npos) << err;
+  EXPECT_NE(access(dir_.File("zch-lumx_control").c_str(), F_OK), 0);
+}
+
+// ---- building blocks -------------------------------------------------------------
+
+TEST(DspsimLayout, PayloadFramesHoldChannelAfterChannel) {
+  // 600 frames of 2 channels: a 480-sample frame, then a 120-sample one.
+  std::vector<int32_t> in(600 * 2);
+  for (int i = 0; i < 600; ++i) {
+    in[2 * i] = (i + 1) * 65536;
+    in[2 * i + 1] = -(i + 1) * 65536;
+  }
+  std::vector<uint8_t> payload(600 * 2 * 2);
+  PackPayload(in.data(), 600, 2, 2, 2, payload.data());
+  auto at = [&](size_t sample) { return static_cast<int16_t>(LoadU16(&payload[2 * sample])); };
+  EXPECT_EQ(at(0), 1);
+  EXPECT_EQ(at(479), 480);
+  EXPECT_EQ(at(480), -1);
+  EXPECT_EQ(at(959), -480);
+  EXPECT_EQ(at(960), 481);
+  EXPECT_EQ(at(1079), 600);
+  EXPECT_EQ(at(1080), -481);
+  std::vector<int32_t> back(600 * 2);
+  UnpackPayload(payload.data(), 600, 2, 2, back.data());
+  EXPECT_EQ(back, in);
+
+  // 24-bit little-endian and mono-to-stereo mapping.
+  int32_t mono[1] = {0x12345600};
+  uint8_t p24[6];
+  PackPayload(mono, 1, 1, 2, 3, p24);
+  EXPECT_EQ(p24[0], 0x56);
+  EXPECT_EQ(p24[1], 0x34);
+  EXPECT_EQ(p24[2], 0x12);
+  EXPECT_EQ(p24[3], 0x56);
+  EXPECT_EQ(LoadSample(p24, 3), 0x12345600);
+}
+
+class CollectingSink : public PacketSink {
+ public:
+  void OnPacket(const PacketHeader& h, const uint8_t*) override { nums.push_back(h.packetNum); }
+  void OnParseError(ParseError e, size_t bytes) override {
+    errors.push_back(e);
+    skipped += e == ParseError::kSkippedBytes ? bytes : 0;
+  }
+  std::vector<uint32_t> nums;
+  std::vector<ParseError> errors;
+  size_t skipped = 0;
+};
+
+TEST(DspsimParser, ReassemblesAcrossAnySplit) {
+  std::vector<uint8_t> bytes;
+  for (uint32_t n = 1; n <= 3; ++n) {
+    PacketHeader h;
+    h.packetNum = n;
+    h.payloadSize = 100 * n;
+    std::vector<uint8_t> b = PacketBytes(h, std::vector<uint8_t>(100 * n, 0x4C));
+    bytes.insert(bytes.end(), b.begin(), b.end());
+  }
+  for (size_t chunk : {size_t{1}, size_t{3}, size_t{63}, size_t{64}, size_t{65}, bytes.size()}) {
+    PacketParser parser;
+    CollectingSink sink;
+    for (size_t off = 0; off < bytes.size(); off += chunk) {
+      parser.Feed(bytes.data() + off, std::min(chunk, bytes.size() - off), &sink);
+    }
+    EXPECT_EQ(sink.nums, (std::vector<uint32_t>{1, 2, 3})) << "chunk " << chunk;
+    EXPECT_TRUE(sink.errors.empty()) << "chunk " << chunk;
+    EXPECT_EQ(parser.buffered(), 0u);
+  }
+}
+
+TEST(DspsimParser, SkipsJunkExactlyAndKeepsOnlyAPossibleMagicStart) {
+  PacketParser parser;
+  CollectingSink sink;
+  std::vector<uint8_t> junk(12, 0xA5);
+  parser.Feed(junk.data(), junk.size(), &sink);
+  EXPECT_EQ(sink.skipped, 12u);
+  EXPECT_EQ(parser.buffered(), 0u);
+  junk = {1, 2, 3, 4, 'x', 'm', 'u'};
+  parser.Feed(junk.data(), junk.size(), &sink);
+  EXPECT_EQ(sink.skipped, 16u);
+  EXPECT_EQ(parser.buffered(), 3u) << "\"xmu\" may be the start of a packet";
+  PacketHeader h;
+  h.packetNum = 4;
+  std::vector<uint8_t> b = PacketBytes(h, {});
+  parser.Feed(b.data() + 3, b.size() - 3, &sink);
+  EXPECT_EQ(sink.nums, std::vector<uint32_t>{4});
+  EXPECT_EQ(sink.skipped, 16u);
+}
+
+TEST(DspsimParser, ResyncsPastJunkBadVersionsAndOversize) {
+  std::vector<uint8_t> bytes(10, 0x01);
+  bytes.push_back('x');
+  bytes.push_back('m');  // a partial magic inside junk
+  PacketHeader bad;
+  bad.version = 3;
+  bad.payloadSize = 8;
+  std::vector<uint8_t> b = PacketBytes(bad, std::vector<uint8_t>(8, 0));
+  bytes.insert(bytes.end(), b.begin(), b.end());
+  PacketHeader big;
+  big.payloadSize = 70000;
+  std::vector<uint8_t> bh(64);
+  EncodePacketHeader(big, bh.data());
+  bytes.insert(bytes.end(), bh.begin(), bh.end());
+  PacketHeader good;
+  good.packetNum = 9;
+  good.payloadSize = 16;
+  b = PacketBytes(good, std::vector<uint8_t>(16, 0));
+  bytes.insert(bytes.end(), b.begin(), b.end());
+  PacketParser parser;
+  CollectingSink sink;
+  parser.Feed(bytes.data(), bytes.size(), &sink);
+  EXPECT_EQ(sink.nums, std::vector<uint32_t>{9});
+  size_t badVersion = 0, oversize = 0;
+  for (ParseError e : sink.errors) {
+    badVersion += e == ParseError::kBadVersion;
+    oversize += e == ParseError::kOversize;
+  }
+  EXPECT_EQ(badVersion, 1u);
+  EXPECT_EQ(oversize, 1u);
+  EXPECT_EQ(sink.skipped, 12u + (64 + 8 - 4) + (64 - 4));
+}
+
+TEST(DspsimLatency, ExactBelow128AndWithinTwoPercentAbove) {
+  LatencyHistogram h;
+  EXPECT_EQ(h.Quantile(0.5), 0u);
+  for (uint64_t v = 1; v <= 100; ++v) h.Add(v);
+  EXPECT_EQ(h.Quantile(0.5), 50u);
+  EXPECT_EQ(h.Quantile(0.99), 99u);
+  EXPECT_EQ(h.max(), 100u);
+  EXPECT_EQ(h.min(), 1u);
+
+  LatencyHistogram big;
+  for (uint64_t v = 1; v <= 100000; ++v) big.Add(v * 10);
+  EXPECT_NEAR(static_cast<double>(big.Quantile(0.5)), 500000.0, 500000.0 * 0.02);
+  EXPECT_NEAR(static_cast<double>(big.Quantile(0.99)), 990000.0, 990000.0 * 0.02);
+  EXPECT_EQ(big.max(), 1000000u);
+  EXPECT_LE(big.Quantile(0.999999), big.max());
+  big.Add(UINT64_MAX);
+  EXPECT_EQ(big.max(), UINT64_MAX);
+  EXPECT_EQ(LatencyHistogram::BucketOf(UINT64_MAX), LatencyHistogram::kBuckets - 1);
+  for (uint64_t v :
+       {uint64_t{127}, uint64_t{128}, uint64_t{129}, uint64_t{1000}, uint64_t{1} << 40}) {
+    size_t b = LatencyHistogram::BucketOf(v);
+    EXPECT_LE(LatencyHistogram::BucketLower(b), v);
+    EXPECT_GE(LatencyHistogram::BucketUpper(b), v);
+    EXPECT_LE(static_cast<double>(v - LatencyHistogram::BucketLower(b)), v * 0.016);
+    if (b > 0) EXPECT_LT(LatencyHistogram::BucketUpper(b - 1), v);
+  }
+}
+
+TEST(DspsimNodes, PiecesGoOutOnlyWhenDueAndLeftoversAreDrained) {
+  TempDir dir;
+  TapOutNode node(5, dir.File("zch-lumx_tapout5"));
+  std::string err;
+  ASSERT_TRUE(node.Create(&err)) << err;
+  uint64_t bytes = 0;
+  // Nobody reads: the packet is dropped, nothing blocks.
+  uint8_t* b = node.Begin(100);
+  std::memset(b, 7, 100);
+  node.AddPiece(100, 0);
+  EXPECT_EQ(node.Write(1000, &bytes), TapOutNode::Flush::kNoReader);
+  EXPECT_FALSE(node.busy());
+
+  lumx::unique_fd r(open(node.path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  ASSERT_TRUE(r.ok());
+  b = node.Begin(96);
+  for (int i = 0; i < 96; ++i) b[i] = static_cast<uint8_t>(i);
+  node.AddPiece(32, 1000);
+  node.AddPiece(96, 2000);
+  EXPECT_EQ(node.Write(1000, &bytes), TapOutNode::Flush::kWaitTime);
+  EXPECT_EQ(bytes, 32u);
+  EXPECT_EQ(node.nextPieceTime(), 2000);
+  uint8_t got[200];
+  EXPECT_EQ(read(r.get(), got, sizeof got), 32);
+  EXPECT_EQ(node.Write(1999, &bytes), TapOutNode::Flush::kWaitTime);
+  EXPECT_EQ(node.Write(2000, &bytes), TapOutNode::Flush::kDone);
+  EXPECT_EQ(bytes, 96u);
+  EXPECT_EQ(read(r.get(), got, sizeof got), 64);
+  EXPECT_EQ(got[0], 32);
+
+  // When the next packet is due, waiting pieces are rushed out, one write each.
+  b = node.Begin(64);
+  node.AddPiece(32, 5000);
+  node.AddPiece(64, 6000);
+  EXPECT_EQ(node.Write(2500, &bytes, true), TapOutNode::Flush::kDone);
+  EXPECT_EQ(read(r.get(), got, sizeof got), 64);
+
+  // Unread bytes when the reader leaves are not handed to the next reader.
+  b = node.Begin(40);
+  node.AddPiece(40, 0);
+  EXPECT_EQ(node.Write(3000, &bytes), TapOutNode::Flush::kDone);
+  r.reset();
+  b = node.Begin(40);
+  node.AddPiece(40, 0);
+  EXPECT_EQ(node.Write(4000, &bytes), TapOutNode::Flush::kNoReader);
+  lumx::unique_fd again(open(node.path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_EQ(read(again.get(), got, sizeof got), -1);
+  EXPECT_EQ(errno, EAGAIN);
+
+  std::vector<lumx::unique_fd> orphans;
+  node.Remove(&orphans);
+  EXPECT_EQ(orphans.size(), 1u);
+  EXPECT_NE(access(node.path().c_str(), F_OK), 0);
+}
+
+}  // namespace
+}  // namespace lumx::dspsim

@@ -1,0 +1,73 @@
+// Command line of lumx-dspsim.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tools/lumx-dspsim/tap_table.h"
+
+namespace lumx::dspsim {
+
+struct FaultOptions {
+  // DSP restart: every N seconds (0 = only on SIGUSR2), nodes gone for downMs.
+  double restartEverySec = 0;
+  int restartDownMs = 1000;
+  bool restartKeepState = false;
+  // Control channel.
+  int replyDelayMs = 0;
+  double replyDelayRate = 1.0;
+  double dropReplyRate = 0;
+  double strayReplyRate = 0;
+  std::map<uint16_t, int16_t> errorStatus;  // opcode -> status
+  // Tap-out streams.
+  double splitRate = 0;
+  double staleRate = 0;
+  double misalignRate = 0;
+  double badVersionRate = 0;
+  double oversizeRate = 0;
+  double jumpRate = 0;
+  uint32_t jumpBy = 7;
+  double pauseEverySec = 0;
+  int pauseMs = 0;
+  int pieceGapUs = 1000;       // pause between the pieces of a split packet
+  std::set<int> tapOutFilter;  // data faults only on these tap-outs (empty: all)
+
+  bool AnyDataFault() const {
+    return splitRate > 0 || staleRate > 0 || misalignRate > 0 || badVersionRate > 0 ||
+           oversizeRate > 0 || jumpRate > 0 || pauseEverySec > 0;
+  }
+};
+
+struct Options {
+  std::string devRoot;
+  std::vector<int> tapOutIds{20, 21, 40, 41};
+  std::vector<int> injectIds{20, 21, 40, 41};
+  std::vector<TapEntry> taps = DefaultTapTable();
+  std::map<std::string, std::string> sources;  // "[core:]code.index" -> wav path
+  std::map<int, std::string> records;          // inject id -> wav path
+  std::string statsPath = "-";                 // "-" = standard output, "" = none
+  double durationSec = 0;                      // 0 = until a signal
+  std::string readyFile;
+  // Pause between creating (or, on a restart, removing) two nodes, so that a
+  // watcher that handles one inotify event per read sees each of them.
+  int nodeGapMs = 0;
+  uint64_t seed = 1;
+  bool verbose = false;
+  // The executable turns SIGINT/SIGTERM/SIGUSR1/SIGUSR2 into requests; an
+  // in-process user drives the simulator through its methods instead.
+  bool handleSignals = false;
+  FaultOptions faults;
+};
+
+enum class ParseOutcome { kRun, kExit, kError };
+
+// Reads argv. kExit: --help or --print-taps was answered in `message`
+// (print it and exit 0). kError: `message` says what is wrong (exit 2).
+ParseOutcome ParseOptions(int argc, char** argv, Options* options, std::string* message);
+
+std::string HelpText();
+
+}  // namespace lumx::dspsim
