@@ -123,7 +123,8 @@ class LumxService : public ::aidl::lumx::BnLumx {
   // Event thread: reacts to a creation or deletion in the device directory.
   void HandleInotifyEvent(inotify_event* event);
   // Computes the wake-lock need, appends the report line, applies it.
-  void updateWakeLock(CommandResult* result);
+  // Callers hold mutex_ (the registries are walked).
+  void updateWakeLock(CommandResult* result) REQUIRES(mutex_);
 
   // ---- Buffers (buffer_ops.cpp) ----
   // Rebuilds both buffer maps from the device directory. 0, or -1 when no
@@ -144,6 +145,7 @@ class LumxService : public ::aidl::lumx::BnLumx {
   // Takes mutex_; the caller must not hold it.
   int getLumxTapPoints(int core, std::vector<LumxTapDetailedInfo>& out);
   // Appends one tap's row to `out`, after the column header if `out` is empty.
+  // Names the bound buffers from the registries: hold mutex_ around it.
   void sprintTapInfo(const LumxTapDetailedInfo& info, std::string& out);
 
   // ---- Connections (graph_ops.cpp) ----

@@ -1,0 +1,146 @@
+// The DSP control channel: one request/reply exchange at a time over the
+// control device.
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "common/dev_root.h"
+#include "common/lumx_log.h"
+#include "common/wire.h"
+#include "daemon/lumxd.h"
+
+namespace {
+
+constexpr int kNodeTests = 5;           // tests of the node, four sleeps between
+constexpr useconds_t kNodeWaitUs = 100000;
+
+}  // namespace
+
+void Lumxd::openLumxControl() {
+  controlFd_.reset();
+
+  const std::string path = LumxDevPath("zch-lumx_control");
+  bool found = false;
+  for (int test = 1; test <= kNodeTests; ++test) {
+    if (access(path.c_str(), F_OK) == 0) {
+      found = true;
+      break;
+    }
+    if (test < kNodeTests) usleep(kNodeWaitUs);
+  }
+  if (!found) {
+    LUMX_LOGE("Cannot find %s\n", path.c_str());
+    fprintf(stderr, "ERROR: Cannot find %s\n", path.c_str());
+    return;
+  }
+
+  int fd = open(path.c_str(), O_RDWR | O_NONBLOCK);
+  if (fd < 0) {
+    const int err = errno;
+    LUMX_LOGE("Failed to open %s: %s", path.c_str(), strerror(err));
+    fprintf(stderr, "ERROR: Failed to open %s: %s", path.c_str(), strerror(err));
+    return;
+  }
+  controlFd_.reset(fd);
+  LUMX_LOGI("Opened %s\n", path.c_str());
+}
+
+int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
+  LUMX_LOGI("%s: send opcode 0x%x\n", "SendLumxCommand", opcode);
+  lumx::MutexLock lock(&commandMutex);
+
+  // Every message carries at least the header; anything shorter cannot be
+  // stamped, let alone answered.
+  if (cmd == nullptr || size < kCmdHdrSize) return -1;
+  uint8_t* msg = reinterpret_cast<uint8_t*>(cmd);
+
+  lumx::PutLe16(msg + kCmdHdrOpcodeOffset, opcode);
+  msg[kCmdHdrIdOffset] = static_cast<uint8_t>(nextCommandId & 0xff);
+  ++nextCommandId;
+  msg[0] = 0;
+  lumx::PutLe16(msg + kCmdHdrSizeOffset, static_cast<uint16_t>(size & 0xffff));
+
+  ssize_t written = write(controlFd_.get(), msg, size);
+  if (written != static_cast<ssize_t>(size)) {
+    LUMX_LOGE("%s: Error sending opcode 0x%x, status %ld, expected %lu", "SendLumxCommand", opcode,
+              static_cast<long>(written), static_cast<unsigned long>(size));
+    LUMX_LOGE("%s: Trying again\n", "SendLumxCommand");
+    // The driver may have restarted under us: one fresh open, one resend of
+    // the same message (same id).
+    controlFd_.reset();
+    openLumxControl();
+    if (controlFd_.get() == -1) return -1;
+    written = write(controlFd_.get(), msg, size);
+    if (written != static_cast<ssize_t>(size)) {
+      LUMX_LOGE("%s: Error sending opcode 0x%x, status %ld, expected %lu", "SendLumxCommand", opcode,
+                static_cast<long>(written), static_cast<unsigned long>(size));
+      return -1;
+    }
+  }
+
+  if (controlFd_.get() < 0) return -1;
+  const int fd = controlFd_.get();
+
+  // One budget for the whole exchange: Linux's select() lowers the timeout
+  // by the time spent, and the same timeval is handed to every wait.
+  fd_set readSet;
+  FD_ZERO(&readSet);
+  struct timeval timeout = {0, kCommandReplyTimeoutUs};
+  int32_t failure;
+  for (;;) {
+    int ready;
+    if (fd + 2 > FD_SETSIZE) {
+      // The descriptor does not fit a select set; treat it as the wait
+      // failure select itself would report.
+      ready = -1;
+      errno = EINVAL;
+    } else {
+      FD_SET(controlFd_.get(), &readSet);
+      ready = select(fd + 2, &readSet, nullptr, nullptr, &timeout);
+    }
+    if (ready == -1) {
+      const int err = errno;
+      LUMX_LOGW("select err %d", err);
+      if (err == EAGAIN || err == EINTR) continue;
+      failure = -err;
+      break;
+    }
+    if (ready == 0) {
+      LUMX_LOGW("%s: timeout for opcode 0x%x", "waitForLumxCommandResponse", opcode);
+      return -1;
+    }
+    if (!FD_ISSET(controlFd_.get(), &readSet)) continue;
+
+    const ssize_t got = read(controlFd_.get(), msg, size);
+    if (got != static_cast<ssize_t>(size)) {
+      const int err = errno;
+      LUMX_LOGE("wrong data sz %d", static_cast<int>(got));
+      if (got == -1) {
+        LUMX_LOGE("read err %d", err);
+        failure = -err;
+        break;
+      }
+      continue;
+    }
+
+    const uint16_t replyOpcode = lumx::GetLe16(msg + kCmdHdrOpcodeOffset);
+    if (replyOpcode != opcode) {
+      // Only the opcode is matched; the id byte is not compared, so a late
+      // reply to an earlier command of the same opcode is taken.
+      LUMX_LOGE("mismatch reply id %u opcode 0x%x", static_cast<unsigned>(replyOpcode), opcode);
+      continue;
+    }
+    const int16_t status = static_cast<int16_t>(lumx::GetLe16(msg + kCmdHdrStatusOffset));
+    if (status != 0) LUMX_LOGE("LUM opcode 0x%x reply status %d", opcode, status);
+    LUMX_LOGI("LUM reply OK");
+    return status;
+  }
+
+  LUMX_LOGI("LUM reply OK");
+  return failure;
+}

@@ -1,0 +1,47 @@
+// lumxd: the audio daemon beside the DSP.
+//
+// main only starts and joins the two long-lived threads; everything else
+// lives in Lumxd (device state) and LumxService (the binder service).
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <thread>
+
+#include "common/lumx_log.h"
+#include "daemon/lumxd.h"
+#include "service/lumx_service.h"
+
+namespace {
+
+// Without exceptions a failed thread creation can only end the process; say
+// why before aborting.
+[[noreturn]] void ThreadCreationFailed() {
+  fputs("thread constructor failed\n", stderr);
+  abort();
+}
+
+template <typename Fn>
+std::thread StartThread(Fn fn) {
+  std::terminate_handler previous = std::set_terminate(ThreadCreationFailed);
+  std::thread thread(fn);
+  std::set_terminate(previous);
+  return thread;
+}
+
+}  // namespace
+
+int main() {
+  Lumxd::Instance();
+  LUMX_LOGI("enable_lumx_processing flag is false!");
+  LUMX_LOGI("Start %s\n", "Main");
+
+  std::thread binderThread = StartThread([] { Lumxd::Instance().BinderThread(0); });
+  (void)LumxService::WaitForServiceReady();
+  std::thread eventThread = StartThread([] { Lumxd::Instance().EventThread(0); });
+
+  if (binderThread.joinable()) binderThread.join();
+  if (eventThread.joinable()) eventThread.join();
+
+  LUMX_LOGI("Stop %s\n", "Main");
+  return 0;
+}

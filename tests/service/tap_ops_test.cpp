@@ -1,0 +1,459 @@
+// Tap operations against the scripted fake driver: the paged tap-list walk,
+// the byte layout of every tap command, the rendering of tap rows and the
+// texts and statuses of the interface operations.
+#include <android/log.h>
+#include <gtest/gtest.h>
+#include <lumx_host/log_capture.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/wire.h"
+#include "daemon/lumx_control.h"
+#include "daemon/lumxd.h"
+#include "service/lumx_service.h"
+#include "support/daemon_service_access.h"
+#include "support/daemon_test_util.h"
+#include "support/fake_control_driver.h"
+
+using lumx_host::LogCapture;
+using lumx_test::FakeControlDriver;
+using lumx_test::FourCc;
+using lumx_test::ScopedEnv;
+using lumx_test::TempDir;
+using Request = std::vector<uint8_t>;
+using Status = CommandResult::Status;
+
+namespace {
+
+constexpr uint32_t kImic = FourCc("imic");
+constexpr uint32_t kSpkr = FourCc("spkr");
+
+const char kHeader[] = "  Id        Format              BlockLen  OutBuffer InBuffer  Enabled  ";
+
+LumxTapDetailedInfo Tap(uint32_t code, uint8_t index, uint8_t core = 2) {
+  LumxTapDetailedInfo t = {};
+  t.tapCode = code;
+  t.index = index;
+  t.core = core;
+  t.enabled = 1;
+  t.extra = static_cast<uint8_t>(0x40 + index);
+  t.sampleRate = 48000.0f;
+  t.blockLength = 480;
+  t.channels = 2;
+  t.bitsPerSample = 16;
+  t.tapOutBuffer = -1;
+  t.injectBuffer = -1;
+  return t;
+}
+
+bool SameTap(const LumxTapDetailedInfo& a, const LumxTapDetailedInfo& b) {
+  return a.tapCode == b.tapCode && a.index == b.index && a.core == b.core && a.enabled == b.enabled &&
+         a.extra == b.extra && a.sampleRate == b.sampleRate && a.blockLength == b.blockLength &&
+         a.channels == b.channels && a.bitsPerSample == b.bitsPerSample && a.tapOutBuffer == b.tapOutBuffer &&
+         a.injectBuffer == b.injectBuffer;
+}
+
+uint16_t Opcode(const Request& r) { return lumx::GetLe16(r.data() + 4); }
+
+std::vector<Request> WithOpcode(const std::vector<Request>& all, uint16_t opcode) {
+  std::vector<Request> out;
+  for (const Request& r : all) {
+    if (Opcode(r) == opcode) out.push_back(r);
+  }
+  return out;
+}
+
+// A DSP with a fixed list of taps: list pages of four identifiers, info
+// replies from the table. `pages` (when > 0) instead serves that many full
+// pages of copies of taps[0] before an empty one.
+FakeControlDriver::Handler DspModel(std::vector<LumxTapDetailedInfo> taps, int pages = 0) {
+  auto listCalls = std::make_shared<int>(0);
+  return [taps, pages, listCalls](const Request& request) {
+    FakeControlDriver::Action action;
+    const uint16_t opcode = Opcode(request);
+    if (opcode == CMD_LUMX_TAP_LIST_ID) {
+      const int call = (*listCalls)++;
+      action.fill = [taps, pages, call](const Request& req, std::vector<uint8_t>& reply) {
+        std::fill(reply.begin() + 12, reply.end(), 0);
+        for (int i = 0; i < 4; ++i) {
+          size_t n;
+          if (pages > 0) {
+            if (call >= pages) break;
+            n = 0;
+          } else {
+            n = static_cast<size_t>(req[9]) * 4 + i;
+            if (n >= taps.size()) break;
+          }
+          uint8_t wire[LumxTapDetailedInfo::kWireSize];
+          taps[n].ToWire(wire);
+          memcpy(reply.data() + 12 + 8 * i, wire, 8);
+        }
+      };
+    } else if (opcode == CMD_LUMX_TAP_INFO_ID) {
+      action.fill = [taps](const Request& req, std::vector<uint8_t>& reply) {
+        for (const auto& t : taps) {
+          if (lumx::GetLe32(req.data() + 8) == t.tapCode && req[12] == t.index && req[13] == t.core) {
+            t.ToWire(reply.data() + 8);
+            return;
+          }
+        }
+        lumx::PutLe16(reply.data() + 6, static_cast<uint16_t>(-22));
+      };
+    }
+    return action;
+  };
+}
+
+class TapOpsTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    dev_ = new TempDir("lumx-tap");
+    dev_->Touch("zch-lumx_tapout20");
+    dev_->Touch("zch-lumx_inject21");
+    env_ = new ScopedEnv("LUMX_DEV_ROOT", dev_->path().c_str());
+    service_ = new std::shared_ptr<LumxService>(LumxServiceTestAccess::Make());
+  }
+  static void TearDownTestSuite() {
+    delete service_;
+    delete env_;
+    delete dev_;
+  }
+
+  void SetUp() override {
+    driver_ = std::make_unique<FakeControlDriver>(dev_->path());
+    ASSERT_TRUE(driver_->ok());
+    Lumxd::Instance().reopenLumxControl();
+    ASSERT_GE(Lumxd::Instance().controlFd(), 0);
+  }
+  void TearDown() override {
+    Lumxd::Instance().closeLumxControl();
+    driver_.reset();
+  }
+
+  LumxService& svc() { return **service_; }
+
+  static TempDir* dev_;
+  static ScopedEnv* env_;
+  static std::shared_ptr<LumxService>* service_;
+  std::unique_ptr<FakeControlDriver> driver_;
+};
+
+TempDir* TapOpsTest::dev_ = nullptr;
+ScopedEnv* TapOpsTest::env_ = nullptr;
+std::shared_ptr<LumxService>* TapOpsTest::service_ = nullptr;
+
+void ExpectListRequest(const Request& r, uint8_t core, uint8_t page) {
+  ASSERT_EQ(kTapListCmdSize, r.size());
+  EXPECT_EQ(CMD_LUMX_TAP_LIST_ID, Opcode(r));
+  EXPECT_EQ(core, r[8]);
+  EXPECT_EQ(page, r[9]);
+  for (size_t i = 10; i < r.size(); ++i) EXPECT_EQ(0, r[i]) << "offset " << i;
+}
+
+void ExpectInfoRequestFor(const Request& r, const LumxTapDetailedInfo& t) {
+  ASSERT_EQ(kTapInfoCmdSize, r.size());
+  EXPECT_EQ(CMD_LUMX_TAP_INFO_ID, Opcode(r));
+  EXPECT_EQ(t.tapCode, lumx::GetLe32(r.data() + 8));
+  EXPECT_EQ(t.index, r[12]);
+  EXPECT_EQ(t.core, r[13]);
+  EXPECT_EQ(0, r[14]);        // enabled flag cleared
+  EXPECT_EQ(t.extra, r[15]);  // carried through
+  for (size_t i = 16; i < 26; ++i) EXPECT_EQ(0, r[i]) << "offset " << i;
+  EXPECT_EQ(0xFF, r[26]);
+  EXPECT_EQ(0xFF, r[27]);
+}
+
+TEST_F(TapOpsTest, FullPageAsksForTheNextPage) {
+  std::vector<LumxTapDetailedInfo> taps = {Tap(kImic, 0), Tap(kImic, 1), Tap(kSpkr, 0), Tap(kSpkr, 1)};
+  taps[2].enabled = 0;
+  driver_->SetDefault(DspModel(taps));
+  std::vector<LumxTapDetailedInfo> out;
+  EXPECT_EQ(0, svc().getLumxTapPoints(2, out));
+  ASSERT_EQ(4u, out.size());
+  for (size_t i = 0; i < 4; ++i) EXPECT_TRUE(SameTap(taps[i], out[i])) << i;
+
+  auto requests = driver_->Requests();
+  ASSERT_EQ(6u, requests.size());
+  ExpectListRequest(requests[0], 2, 0);
+  for (size_t i = 0; i < 4; ++i) ExpectInfoRequestFor(requests[1 + i], taps[i]);
+  ExpectListRequest(requests[5], 2, 1);
+}
+
+TEST_F(TapOpsTest, ShortPageEndsTheWalk) {
+  std::vector<LumxTapDetailedInfo> taps;
+  for (uint8_t i = 0; i < 5; ++i) taps.push_back(Tap(kImic, i, 3));
+  driver_->SetDefault(DspModel(taps));
+  std::vector<LumxTapDetailedInfo> out;
+  EXPECT_EQ(0, svc().getLumxTapPoints(3, out));
+  ASSERT_EQ(5u, out.size());
+  EXPECT_EQ(4, out[4].index);
+  auto requests = driver_->Requests();
+  ASSERT_EQ(7u, requests.size());
+  ExpectListRequest(requests[5], 3, 1);
+  ExpectInfoRequestFor(requests[6], taps[4]);
+}
+
+TEST_F(TapOpsTest, AppendsToWhatTheCallerHolds) {
+  driver_->SetDefault(DspModel({Tap(kImic, 0, 4)}));
+  std::vector<LumxTapDetailedInfo> out = {Tap(kSpkr, 9)};
+  EXPECT_EQ(0, svc().getLumxTapPoints(4, out));
+  ASSERT_EQ(2u, out.size());
+  EXPECT_EQ(kSpkr, out[0].tapCode);
+  EXPECT_EQ(kImic, out[1].tapCode);
+}
+
+TEST_F(TapOpsTest, PageNumberWrapsAt256) {
+  driver_->SetDefault(DspModel({Tap(kImic, 0)}, /*pages=*/257));
+  std::vector<LumxTapDetailedInfo> out;
+  EXPECT_EQ(0, svc().getLumxTapPoints(2, out));
+  EXPECT_EQ(257u * 4, out.size());
+  auto lists = WithOpcode(driver_->Requests(), CMD_LUMX_TAP_LIST_ID);
+  ASSERT_EQ(258u, lists.size());
+  EXPECT_EQ(255, lists[255][9]);
+  EXPECT_EQ(0, lists[256][9]);
+  EXPECT_EQ(1, lists[257][9]);
+}
+
+TEST_F(TapOpsTest, FailingSecondInfoKeepsTheFirstRecord) {
+  std::vector<LumxTapDetailedInfo> taps = {Tap(kImic, 0), Tap(kImic, 1), Tap(kImic, 2)};
+  // The model answers; the third request (the second info) fails instead.
+  auto model = DspModel(taps);
+  auto calls = std::make_shared<int>(0);
+  driver_->SetDefault([calls, model](const Request& r) {
+    FakeControlDriver::Action a = model(r);
+    if (++*calls == 3) a = lumx_test::Status(-4);
+    return a;
+  });
+  LogCapture log;
+  std::vector<LumxTapDetailedInfo> out;
+  EXPECT_EQ(-1, svc().getLumxTapPoints(2, out));
+  ASSERT_EQ(1u, out.size());
+  EXPECT_TRUE(SameTap(taps[0], out[0]));
+  EXPECT_EQ(3u, driver_->Requests().size());
+  EXPECT_EQ(1u, log.count("CMD_LUMX_TAP_INFO_ID failed, status -4"));
+}
+
+TEST_F(TapOpsTest, FailingListIsLoggedAndTapListSaysNoTapPoints) {
+  driver_->Queue(lumx_test::Status(-2));
+  LogCapture log;
+  std::vector<LumxTapDetailedInfo> out;
+  EXPECT_EQ(-1, svc().getLumxTapPoints(2, out));
+  bool found = false;
+  for (const auto& e : log.entries()) {
+    found |= e.priority == ANDROID_LOG_ERROR && e.message == "CMD_LUMX_TAP_LIST_ID on LUM core 2, status -2";
+  }
+  EXPECT_TRUE(found);
+
+  driver_->Queue(lumx_test::Status(-2));
+  CommandResult result;
+  EXPECT_TRUE(svc().TapList(2, &result).isOk());
+  EXPECT_EQ(Status::OK, result.status);
+  EXPECT_EQ((std::vector<std::string>{"LUM tap list core:2", "  No tap points"}), result.strList);
+}
+
+TEST_F(TapOpsTest, TapListOfAnEmptyCore) {
+  driver_->SetDefault(DspModel({}));
+  CommandResult result;
+  EXPECT_TRUE(svc().TapList(3, &result).isOk());
+  EXPECT_EQ(Status::OK, result.status);
+  EXPECT_EQ((std::vector<std::string>{"LUM tap list core:3", "  No tap points registered"}), result.strList);
+  EXPECT_EQ(1u, driver_->Requests().size());
+}
+
+TEST_F(TapOpsTest, TapListRendersOneLineWithHeaderAndRows) {
+  LumxTapDetailedInfo a = Tap(kImic, 0);
+  a.tapOutBuffer = 20;
+  a.injectBuffer = 21;
+  LumxTapDetailedInfo b = Tap(kSpkr, 12);
+  b.sampleRate = 44100.0f;
+  b.channels = 16;
+  b.bitsPerSample = 24;
+  b.blockLength = 4800;
+  b.enabled = 0;
+  b.tapOutBuffer = 7;   // no such buffer
+  b.injectBuffer = -1;  // none
+  driver_->SetDefault(DspModel({a, b}));
+  LogCapture log;
+  CommandResult result;
+  EXPECT_TRUE(svc().TapList(2, &result).isOk());
+  ASSERT_EQ(2u, result.strList.size());
+  EXPECT_EQ("LUM tap list core:2", result.strList[0]);
+  EXPECT_EQ(std::string(kHeader) + "\n  imic.0    48kHz, 2ch, 16bps   480       tapout20  inject21  1        " +
+                "\n  spkr.12   44.1kHz, 16ch, 24bp 4800      -         -         0        ",
+            result.strList[1]);
+  EXPECT_EQ(1u, log.count("TapList: CommandResult{status: OK"));
+}
+
+TEST_F(TapOpsTest, SprintTapInfoHeaderOnlyForAnEmptyString) {
+  std::string text = "x";
+  LumxServiceTestAccess::SprintTapInfo(svc(), Tap(kImic, 3), text);
+  EXPECT_EQ("x\n  imic.3    48kHz, 2ch, 16bps   480       -         -         1        ", text);
+  // The format text is cut at 19 characters, the row at 127.
+  LumxTapDetailedInfo t = Tap(kImic, 255);
+  t.sampleRate = 1234567.0f;
+  t.channels = 255;
+  t.bitsPerSample = 255;
+  t.blockLength = 4294967295u;
+  text.clear();
+  LumxServiceTestAccess::SprintTapInfo(svc(), t, text);
+  EXPECT_EQ(std::string(kHeader) + "\n  imic.255   1234.57kHz, 255ch,  4294967295 -         -         1        ", text);
+}
+
+TEST_F(TapOpsTest, TapInfoSendsTheAddressAndRendersTheReply) {
+  LumxTapDetailedInfo t = Tap(kImic, 0);
+  t.tapOutBuffer = 20;
+  driver_->SetDefault(DspModel({t}));
+  CommandResult result;
+  EXPECT_TRUE(svc().TapInfo(2, static_cast<int32_t>(kImic), 0, &result).isOk());
+  EXPECT_EQ(Status::OK, result.status);
+  ASSERT_EQ(2u, result.strList.size());
+  EXPECT_EQ("TapInfo core:2 tap:imic.0", result.strList[0]);
+  EXPECT_EQ(std::string(kHeader) + "\n  imic.0    48kHz, 2ch, 16bps   480       tapout20  -         1        ",
+            result.strList[1]);
+  auto requests = driver_->Requests();
+  ASSERT_EQ(1u, requests.size());
+  const Request& r = requests[0];
+  ASSERT_EQ(kTapInfoCmdSize, r.size());
+  EXPECT_EQ(CMD_LUMX_TAP_INFO_ID, Opcode(r));
+  EXPECT_EQ(kImic, lumx::GetLe32(r.data() + 8));
+  for (size_t i = 12; i < 26; ++i) {
+    if (i == 13) continue;
+    EXPECT_EQ(0, r[i]) << "offset " << i;
+  }
+  EXPECT_EQ(2, r[13]);
+  EXPECT_EQ(0xFF, r[26]);
+  EXPECT_EQ(0xFF, r[27]);
+}
+
+TEST_F(TapOpsTest, TapInfoCutsIndexAndCoreToEightBits) {
+  driver_->Queue(lumx_test::Status(0));
+  CommandResult result;
+  svc().TapInfo(0x102, static_cast<int32_t>(kSpkr), 256, &result);
+  auto requests = driver_->Requests();
+  ASSERT_EQ(1u, requests.size());
+  EXPECT_EQ(0, requests[0][12]);
+  EXPECT_EQ(2, requests[0][13]);
+  EXPECT_EQ("TapInfo core:258 tap:spkr.256", result.strList[0]);
+}
+
+TEST_F(TapOpsTest, TapInfoFailure) {
+  driver_->Queue(lumx_test::Status(-5));
+  LogCapture log;
+  CommandResult result;
+  EXPECT_TRUE(svc().TapInfo(2, static_cast<int32_t>(kImic), 1, &result).isOk());
+  EXPECT_EQ(Status::ERROR, result.status);
+  EXPECT_EQ((std::vector<std::string>{"TapInfo core:2 tap:imic.1", "CMD_LUMX_TAP_INFO_ID failed, status -5"}),
+            result.strList);
+  for (const auto& e : log.entries()) {
+    EXPECT_NE(0u, e.message.rfind("CMD_LUMX_TAP_INFO_ID", 0)) << "logged on its own: " << e.message;
+  }
+}
+
+TEST_F(TapOpsTest, RequestLinesAreCutAt63Characters) {
+  driver_->Queue(lumx_test::Status(0));
+  CommandResult result;
+  svc().TapInfo(-2147483647 - 1, -1, -2147483647 - 1, &result);
+  EXPECT_EQ(std::string("TapInfo core:-2147483648 tap:\xff\xff\xff\xff.-2147483648").substr(0, 63),
+            result.strList[0]);
+}
+
+TEST_F(TapOpsTest, TapEnableAndDisable) {
+  CommandResult on;
+  EXPECT_TRUE(svc().TapEnable(2, static_cast<int32_t>(kImic), 0, true, &on).isOk());
+  EXPECT_EQ(Status::OK, on.status);
+  EXPECT_EQ((std::vector<std::string>{"LUM core 2 enable tap imic.0"}), on.strList);
+  CommandResult off;
+  EXPECT_TRUE(svc().TapEnable(258, static_cast<int32_t>(kSpkr), 256, false, &off).isOk());
+  EXPECT_EQ((std::vector<std::string>{"LUM core 258 disable tap spkr.256"}), off.strList);
+
+  auto requests = driver_->Requests();
+  ASSERT_EQ(2u, requests.size());
+  const uint8_t enableTail[] = {0x63, 0x69, 0x6d, 0x69, 0, 2, 1, 0};  // "imic" little-endian
+  const uint8_t disableTail[] = {0x72, 0x6b, 0x70, 0x73, 0, 2, 0, 0};
+  ASSERT_EQ(kTapEnableCmdSize, requests[0].size());
+  EXPECT_EQ(CMD_LUMX_TAP_ENABLE_ID, Opcode(requests[0]));
+  EXPECT_EQ(Request(enableTail, enableTail + 8), Request(requests[0].begin() + 8, requests[0].end()));
+  EXPECT_EQ(Request(disableTail, disableTail + 8), Request(requests[1].begin() + 8, requests[1].end()));
+}
+
+TEST_F(TapOpsTest, TapEnableFailure) {
+  FakeControlDriver::Action silent;
+  silent.silent = true;
+  driver_->Queue(silent);
+  CommandResult result;
+  svc().TapEnable(2, static_cast<int32_t>(kImic), 0, true, &result);
+  EXPECT_EQ(Status::ERROR, result.status);
+  EXPECT_EQ((std::vector<std::string>{"LUM core 2 enable tap imic.0", "CMD_LUMX_TAP_ENABLE_ID failed, status -1"}),
+            result.strList);
+}
+
+TEST_F(TapOpsTest, TapSetBlockLengthSendsAnyValueUnchanged) {
+  CommandResult zero;
+  EXPECT_TRUE(svc().TapSetBlockLength(2, static_cast<int32_t>(kImic), 1, 0, &zero).isOk());
+  EXPECT_EQ(Status::OK, zero.status);
+  EXPECT_EQ((std::vector<std::string>{"LUM core 2 tap imic.1 set block length 0"}), zero.strList);
+  driver_->Queue(lumx_test::Status(-22));
+  CommandResult negative;
+  svc().TapSetBlockLength(3, static_cast<int32_t>(kImic), 1, -1, &negative);
+  EXPECT_EQ(Status::ERROR, negative.status);
+  EXPECT_EQ((std::vector<std::string>{"LUM core 3 tap imic.1 set block length 4294967295",
+                                      "CMD_LUMX_TAP_SET_BLOCK_LEN_ID failed, status -22"}),
+            negative.strList);
+
+  auto requests = driver_->Requests();
+  ASSERT_EQ(2u, requests.size());
+  const uint8_t zeroTail[] = {0x63, 0x69, 0x6d, 0x69, 1, 2, 0, 0, 0, 0, 0, 0};
+  const uint8_t negTail[] = {0x63, 0x69, 0x6d, 0x69, 1, 3, 0, 0, 0xff, 0xff, 0xff, 0xff};
+  ASSERT_EQ(kTapSetBlockLenCmdSize, requests[0].size());
+  EXPECT_EQ(CMD_LUMX_TAP_SET_BLOCK_LEN_ID, Opcode(requests[0]));
+  EXPECT_EQ(Request(zeroTail, zeroTail + 12), Request(requests[0].begin() + 8, requests[0].end()));
+  EXPECT_EQ(Request(negTail, negTail + 12), Request(requests[1].begin() + 8, requests[1].end()));
+}
+
+TEST_F(TapOpsTest, ConnectTapSendsBufferIdsAsTheirLowByte) {
+  CommandResult result;
+  EXPECT_TRUE(svc().ConnectTap(2, static_cast<int32_t>(kImic), 0, 20, -1, &result).isOk());
+  EXPECT_EQ(Status::OK, result.status);
+  EXPECT_EQ((std::vector<std::string>{
+                "LUM core 2 connect tap point: imic.0 --> tap-out buffer 20, inject buffer -1 --> imic.0"}),
+            result.strList);
+  driver_->Queue(lumx_test::Status(-1));
+  CommandResult failed;
+  svc().ConnectTap(4, static_cast<int32_t>(kSpkr), 3, 300, 99, &failed);
+  EXPECT_EQ(Status::ERROR, failed.status);
+  ASSERT_EQ(2u, failed.strList.size());
+  EXPECT_EQ("CMD_LUMX_TAP_BIND_ID failed, status -1", failed.strList[1]);
+
+  auto requests = driver_->Requests();
+  ASSERT_EQ(2u, requests.size());
+  const uint8_t first[] = {0x63, 0x69, 0x6d, 0x69, 0, 2, 0, 0, 20, 0xff};
+  const uint8_t second[] = {0x72, 0x6b, 0x70, 0x73, 3, 4, 0, 0, 0x2c, 99};
+  ASSERT_EQ(kTapBindCmdSize, requests[0].size());
+  EXPECT_EQ(CMD_LUMX_TAP_BIND_ID, Opcode(requests[0]));
+  EXPECT_EQ(Request(first, first + 10), Request(requests[0].begin() + 8, requests[0].end()));
+  EXPECT_EQ(Request(second, second + 10), Request(requests[1].begin() + 8, requests[1].end()));
+}
+
+TEST(TapInfoWireTest, DecodesTheReplyLayout) {
+  const uint8_t wire[20] = {0x63, 0x69, 0x6d, 0x69, 7, 3, 1, 0x5a, 0x00, 0x80, 0x3b, 0x47,
+                            0xe0, 0x01, 0x00, 0x00, 2, 16, 0x14, 0xff};
+  LumxTapDetailedInfo t = LumxTapDetailedInfo::FromWire(wire);
+  EXPECT_EQ(kImic, t.tapCode);
+  EXPECT_EQ(7, t.index);
+  EXPECT_EQ(3, t.core);
+  EXPECT_EQ(1, t.enabled);
+  EXPECT_EQ(0x5a, t.extra);
+  EXPECT_EQ(48000.0f, t.sampleRate);
+  EXPECT_EQ(480u, t.blockLength);
+  EXPECT_EQ(2, t.channels);
+  EXPECT_EQ(16, t.bitsPerSample);
+  EXPECT_EQ(20, t.tapOutBuffer);
+  EXPECT_EQ(-1, t.injectBuffer);
+  uint8_t back[20];
+  t.ToWire(back);
+  EXPECT_EQ(0, memcmp(wire, back, sizeof(back)));
+}
+
+}  // namespace
