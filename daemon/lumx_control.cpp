@@ -39,7 +39,9 @@ void Lumxd::openLumxControl() {
     return;
   }
 
-  int fd = open(path.c_str(), O_RDWR | O_NONBLOCK);
+  // O_NOCTTY: the node may be a terminal-like device (the host simulator's is
+  // a pty), which must never become the daemon's controlling terminal.
+  int fd = open(path.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY);
   if (fd < 0) {
     const int err = errno;
     LUMX_LOGE("Failed to open %s: %s", path.c_str(), strerror(err));

@@ -2,6 +2,8 @@
 //
 // main only starts and joins the two long-lived threads; everything else
 // lives in Lumxd (device state) and LumxService (the binder service).
+#include <signal.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -31,6 +33,9 @@ std::thread StartThread(Fn fn) {
 }  // namespace
 
 int main() {
+  // A data device whose reader has gone must fail the write with EPIPE (the
+  // write path reports it per packet), not end the daemon.
+  signal(SIGPIPE, SIG_IGN);
   Lumxd::Instance();
   LUMX_LOGI("enable_lumx_processing flag is false!");
   LUMX_LOGI("Start %s\n", "Main");
