@@ -1,0 +1,442 @@
+// AudioRelayProcessor: capture, client exchange, test tone and output fan-out
+// of ProcessBlock; SendAudio's checks and single slot; the relay's
+// parameters; a client that fails; concurrent use from several threads.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include <android/log.h>
+
+#include "lumx_host/log_capture.h"
+#include "processors/audio_relay_processor.h"
+#include "support/processor_test_util.h"
+
+namespace {
+
+using ::lumx::test::processor::Pcm16;
+using ::lumx::test::processor::Ramp;
+using ::lumx::test::processor::RampBlock;
+using ::lumx::test::processor::RecordingCallback;
+using ::lumx::test::processor::RelayPacket;
+using ::lumx::test::processor::Samples16;
+using ::lumx::test::processor::WiredBuffers;
+using ::testing::Contains;
+using ::testing::Each;
+using ::testing::Eq;
+using Status = CommandResult::Status;
+
+constexpr uint32_t kArl1 = 0x61726c31;  // "arl1": not a telephony id
+constexpr uint32_t kFrame = 480;
+
+ParamValue Int(int32_t v) { return ParamValue::make<ParamValue::Tag::i>(v); }
+
+std::vector<int16_t> Constant(size_t n, int16_t v) { return std::vector<int16_t>(n, v); }
+
+class ProcessorRelayTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    buffers_.Wire(&relay_);
+    buffers_.SetTapFormat(48000, 1, 2);
+    capture_.setEcho(false);
+  }
+
+  void Enable() { ASSERT_EQ(0, relay_.Enable(true)); }
+
+  std::shared_ptr<RecordingCallback> Client() {
+    auto cb = ::ndk::SharedRefBase::make<RecordingCallback>();
+    relay_.RegisterReceiveAudioCallback(cb);
+    return cb;
+  }
+
+  // One block through the relay; returns its status and leaves the output
+  // in out_ (zero-filled first, as the I/O thread does).
+  int Block(const std::vector<uint8_t>& in) {
+    out_.assign(in.size(), 0);
+    return relay_.ProcessBlock(in.data(), in.size(), out_.data(), out_.size());
+  }
+
+  std::vector<int16_t> OutSamples() const { return Samples16(out_); }
+
+  ::lumx_host::LogCapture capture_;
+  WiredBuffers buffers_;
+  AudioRelayProcessor relay_{kArl1};
+  std::vector<uint8_t> out_;
+};
+
+TEST_F(ProcessorRelayTest, MonoBlockWithoutClientGoesStraightBack) {
+  Enable();
+  const std::vector<uint8_t> in = RampBlock(4800, 1);
+  ASSERT_EQ(9600u, in.size());
+  EXPECT_EQ(0, Block(in));
+  EXPECT_EQ(in, out_);
+}
+
+TEST_F(ProcessorRelayTest, TwoChannelBlockCarriesTheFirstChannelOnBothChannels) {
+  buffers_.SetTapFormat(48000, 2, 2);
+  Enable();
+  const std::vector<uint8_t> in = RampBlock(4800, 2);
+  ASSERT_EQ(19200u, in.size());
+  ASSERT_EQ(0, Block(in));
+  const std::vector<int16_t> out = OutSamples();
+  for (uint32_t f = 0; f < 10; ++f) {
+    for (uint32_t c = 0; c < 2; ++c) {
+      for (uint32_t i = 0; i < kFrame; ++i) {
+        ASSERT_EQ(Ramp(0, f * kFrame + i), out[(f * 2 + c) * kFrame + i]) << "frame " << f << " ch " << c;
+      }
+    }
+  }
+}
+
+TEST_F(ProcessorRelayTest, ClientHearsTheFirstChannelAsMono16BitPackets) {
+  buffers_.SetTapFormat(48000, 2, 2);
+  Enable();
+  auto client = Client();
+  ASSERT_EQ(0, Block(RampBlock(4800, 2)));
+  ASSERT_EQ(1u, client->count());
+  const AudioPacket p = client->last();
+  EXPECT_EQ(static_cast<int32_t>(kArl1), p.processor_id);
+  EXPECT_EQ(5, p.sampleRate);
+  EXPECT_EQ(0, p.format);
+  EXPECT_EQ(1, p.bitsPerSample);
+  EXPECT_EQ(1, p.numChannels);
+  EXPECT_EQ(1, p.reserved);
+  ASSERT_EQ(9600u, p.data.size());
+  const std::vector<int16_t> heard = Samples16(p.data);
+  for (uint32_t k = 0; k < 4800; ++k) ASSERT_EQ(Ramp(0, k), heard[k]) << k;
+}
+
+TEST_F(ProcessorRelayTest, InvalidTapFormatsFailEveryBlock) {
+  Enable();
+  struct Case {
+    uint32_t rate;
+    uint8_t ch;
+    uint8_t bps;
+    const char* line;
+  };
+  const Case cases[] = {
+      {44100, 1, 2, "Invalid tap format (sample rate 44100, ch 1, bytes/sample 2)"},
+      {48000, 3, 2, "Invalid tap format (sample rate 48000, ch 3, bytes/sample 2)"},
+      {48000, 0, 2, "Invalid tap format (sample rate 48000, ch 0, bytes/sample 2)"},
+      {48000, 1, 4, "Invalid tap format (sample rate 48000, ch 1, bytes/sample 4)"},
+  };
+  const std::vector<uint8_t> in = RampBlock(4800, 1);
+  for (const Case& c : cases) {
+    buffers_.SetTapFormat(c.rate, c.ch, c.bps);
+    capture_.clear();
+    EXPECT_EQ(-1, Block(in)) << c.line;
+    EXPECT_THAT(out_, Each(Eq(0))) << c.line;
+    EXPECT_THAT(capture_.entries(), Contains(::lumx_host::LogEntry{ANDROID_LOG_ERROR, "lumx", c.line}));
+  }
+}
+
+TEST_F(ProcessorRelayTest, BlockSizeMustMatchTheBlockLength) {
+  Enable();
+  EXPECT_EQ(-1, Block(std::vector<uint8_t>(9598, 1)));
+  EXPECT_THAT(out_, Each(Eq(0)));
+  EXPECT_THAT(capture_.entries(),
+              Contains(::lumx_host::LogEntry{ANDROID_LOG_ERROR, "lumx",
+                                             "arl1 ProcessBlock: Unexpected number of samples (4799 != 4800, num_ch = 1)"}));
+  // Two channels' worth of bytes on a one-channel tap is twice too long.
+  EXPECT_EQ(-1, Block(std::vector<uint8_t>(19200, 1)));
+  EXPECT_TRUE(capture_.contains("(9600 != 4800, num_ch = 1)"));
+  buffers_.SetTapFormat(48000, 2, 2);
+  EXPECT_EQ(0, Block(std::vector<uint8_t>(19200, 1)));
+  // The smaller of the two sizes counts.
+  std::vector<uint8_t> in(9600, 1);
+  std::vector<uint8_t> out(9598, 0);
+  buffers_.SetTapFormat(48000, 1, 2);
+  EXPECT_EQ(-1, relay_.ProcessBlock(in.data(), in.size(), out.data(), out.size()));
+}
+
+TEST_F(ProcessorRelayTest, DisabledDoesNothingAndUnwiredFails) {
+  const std::vector<uint8_t> in = RampBlock(4800, 1);
+  EXPECT_EQ(0, Block(in));  // never enabled
+  EXPECT_THAT(out_, Each(Eq(0)));
+
+  AudioRelayProcessor unwired(kArl1);
+  ASSERT_EQ(0, unwired.Enable(true));  // enabling needs no wiring
+  std::vector<uint8_t> out(in.size(), 0);
+  EXPECT_EQ(-1, unwired.ProcessBlock(in.data(), in.size(), out.data(), out.size()));
+
+  Enable();
+  ASSERT_EQ(0, Block(in));
+  ASSERT_EQ(0, relay_.Enable(false));
+  EXPECT_EQ(0, Block(in));
+  EXPECT_THAT(out_, Each(Eq(0)));
+  EXPECT_EQ(0, relay_.Enable(false));
+}
+
+TEST_F(ProcessorRelayTest, NullOutputStillServesTheClient) {
+  Enable();
+  auto client = Client();
+  const std::vector<uint8_t> in = RampBlock(4800, 1);
+  EXPECT_EQ(0, relay_.ProcessBlock(in.data(), in.size(), nullptr, in.size()));
+  EXPECT_EQ(1u, client->count());
+}
+
+TEST_F(ProcessorRelayTest, OneSendAudioIsCarriedByExactlyOneBlock) {
+  Enable();
+  auto client = Client();
+  const std::vector<uint8_t> in = RampBlock(4800, 1);
+
+  ASSERT_EQ(0, Block(in));
+  EXPECT_THAT(out_, Each(Eq(0)));  // a client that sent nothing: silence
+
+  std::vector<int16_t> speech(4800);
+  for (size_t i = 0; i < speech.size(); ++i) speech[i] = static_cast<int16_t>(i * 3 - 7000);
+  ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, speech)));
+  ASSERT_EQ(0, Block(in));
+  EXPECT_EQ(speech, OutSamples());
+  ASSERT_EQ(0, Block(in));
+  EXPECT_THAT(out_, Each(Eq(0)));
+  EXPECT_EQ(3u, client->count());
+  // What the client heard was always the capture, never its own audio.
+  for (const AudioPacket& p : client->all()) EXPECT_EQ(in, p.data);
+}
+
+TEST_F(ProcessorRelayTest, LastSendAudioWinsAndShortDataIsPaddedWithSilence) {
+  Enable();
+  auto client = Client();
+  ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, Constant(4800, 11))));
+  ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, Constant(100, 22))));
+  ASSERT_EQ(0, Block(RampBlock(4800, 1)));
+  const std::vector<int16_t> out = OutSamples();
+  EXPECT_EQ(Constant(100, 22), std::vector<int16_t>(out.begin(), out.begin() + 100));
+  EXPECT_EQ(Constant(4700, 0), std::vector<int16_t>(out.begin() + 100, out.end()));
+
+  // Longer than a block: the block's worth is injected.
+  ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, Constant(30000, 33))));
+  ASSERT_EQ(0, Block(RampBlock(4800, 1)));
+  EXPECT_EQ(Constant(4800, 33), OutSamples());
+
+  // Empty data: a silent block.
+  ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, {})));
+  ASSERT_EQ(0, Block(RampBlock(4800, 1)));
+  EXPECT_EQ(Constant(4800, 0), OutSamples());
+}
+
+TEST_F(ProcessorRelayTest, SendAudioChecksEachCodeInOrder) {
+  // Before the first enable nothing matches, not even the id.
+  EXPECT_EQ(-1, relay_.SendAudio(RelayPacket(kArl1, Constant(4800, 1))));
+  EXPECT_TRUE(capture_.contains("SendAudio arl1: processor_id mismatch"));
+  Enable();
+
+  struct Case {
+    void (*edit)(AudioPacket&);
+    const char* line;
+  };
+  const Case cases[] = {
+      {[](AudioPacket& p) { p.processor_id = 0x61726c32; }, "SendAudio arl1: processor_id mismatch"},
+      {[](AudioPacket& p) { p.sampleRate = 4; p.format = 9; }, "SendAudio arl1: sampleRate mismatch"},
+      {[](AudioPacket& p) { p.format = 1; p.numChannels = 2; }, "SendAudio arl1: format mismatch"},
+      {[](AudioPacket& p) { p.bitsPerSample = 3; }, "SendAudio arl1: bitsPerSample mismatch"},
+      {[](AudioPacket& p) { p.numChannels = 2; }, "SendAudio arl1: numChannels mismatch"},
+  };
+  for (const Case& c : cases) {
+    AudioPacket p = RelayPacket(kArl1, Constant(4800, 5));
+    c.edit(p);
+    capture_.clear();
+    EXPECT_EQ(-1, relay_.SendAudio(p)) << c.line;
+    EXPECT_THAT(capture_.entries(), Contains(::lumx_host::LogEntry{ANDROID_LOG_ERROR, "lumx", c.line}));
+  }
+  // The field after numChannels is not compared.
+  AudioPacket p = RelayPacket(kArl1, Constant(4800, 5));
+  p.reserved = 77;
+  EXPECT_EQ(0, relay_.SendAudio(p));
+
+  // A refused packet never reached the slot: the next block is silent.
+  auto client = Client();
+  ASSERT_EQ(0, Block(RampBlock(4800, 1)));
+  EXPECT_EQ(Constant(4800, 5), OutSamples());
+  ASSERT_EQ(-1, relay_.SendAudio(RelayPacket(kArl1 + 1, Constant(4800, 9))));
+  ASSERT_EQ(0, Block(RampBlock(4800, 1)));
+  EXPECT_EQ(Constant(4800, 0), OutSamples());
+}
+
+TEST_F(ProcessorRelayTest, FailingOrDeadClientInjectsSilenceUntilItRecovers) {
+  Enable();
+  auto client = Client();
+  ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, Constant(4800, 44))));
+
+  client->FailWith(STATUS_DEAD_OBJECT);
+  const std::vector<uint8_t> in = RampBlock(4800, 1);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(-1, Block(in));
+    EXPECT_THAT(out_, Each(Eq(0)));  // the I/O thread then writes its zero fill
+  }
+  client->FailWith(STATUS_FAILED_TRANSACTION);
+  EXPECT_EQ(-1, Block(in));
+
+  // The client is not dropped: once it answers again, the audio it sent is
+  // still waiting for the next block.
+  client->Succeed();
+  ASSERT_EQ(0, Block(in));
+  EXPECT_EQ(Constant(4800, 44), OutSamples());
+
+  // Passthrough mode skips the client altogether, failing or not.
+  client->FailWith(STATUS_DEAD_OBJECT);
+  const size_t calls = client->count();
+  ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::PASSTHROUGH_MODE, 0, Int(1)));
+  ASSERT_EQ(0, Block(in));
+  EXPECT_EQ(in, out_);
+  EXPECT_EQ(calls, client->count());
+
+  // So does registering no callback.
+  ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::PASSTHROUGH_MODE, 0, Int(0)));
+  relay_.RegisterReceiveAudioCallback(nullptr);
+  ASSERT_EQ(0, Block(in));
+  EXPECT_EQ(in, out_);
+  EXPECT_EQ(calls, client->count());
+}
+
+TEST_F(ProcessorRelayTest, RejectedBlockLengthStopsARunningRelay) {
+  Enable();
+  EXPECT_EQ(Status::INVALID_VALUE, relay_.SetParameter(ParameterId::BLOCK_LENGTH, 0, Int(500)));
+  EXPECT_FALSE(relay_.IsEnabled());
+  const std::vector<uint8_t> in = RampBlock(4800, 1);
+  EXPECT_EQ(0, Block(in));
+  EXPECT_THAT(out_, Each(Eq(0)));
+  EXPECT_EQ(4800u, relay_.blockLength());
+  Enable();
+  EXPECT_EQ(0, Block(in));
+  EXPECT_EQ(in, out_);
+}
+
+TEST_F(ProcessorRelayTest, AcceptedBlockLengthRestartsWithTheNewSize) {
+  Enable();
+  auto client = Client();
+  ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::BLOCK_LENGTH, 0, Int(960)));
+  EXPECT_TRUE(relay_.IsEnabled());
+  EXPECT_EQ(-1, Block(RampBlock(4800, 1)));
+  EXPECT_TRUE(capture_.contains("(4800 != 960, num_ch = 1)"));
+  ASSERT_EQ(0, Block(RampBlock(960, 1)));
+  ASSERT_EQ(1u, client->count());
+  EXPECT_EQ(1920u, client->last().data.size());
+
+  // On a disabled relay the new length waits for the next enable.
+  ASSERT_EQ(0, relay_.Enable(false));
+  ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::BLOCK_LENGTH, 0, Int(24000)));
+  EXPECT_FALSE(relay_.IsEnabled());
+  Enable();
+  ASSERT_EQ(0, Block(RampBlock(24000, 1)));
+  EXPECT_EQ(48000u, client->last().data.size());
+}
+
+TEST_F(ProcessorRelayTest, TelephonyIdsWithoutAServiceStillSetTheLength) {
+  AudioRelayProcessor art0(kTelephonyDownlinkProcessor);
+  ASSERT_EQ(0, art0.Enable(true));
+  EXPECT_EQ(Status::OK, art0.SetParameter(ParameterId::BLOCK_LENGTH, 0, Int(1440)));
+  EXPECT_EQ(1440u, art0.blockLength());
+  EXPECT_TRUE(art0.IsEnabled());
+}
+
+TEST_F(ProcessorRelayTest, TestToneOnEveryTwentiethBlock) {
+  ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::TEST_MODE, 0, Int(1)));
+  Enable();
+  const std::vector<uint8_t> in(9600, 0);
+  std::vector<int> toneBlocks;
+  for (int block = 1; block <= 60; ++block) {
+    ASSERT_EQ(0, Block(in));
+    const std::vector<int16_t> out = OutSamples();
+    if (out[0] != 0) {
+      toneBlocks.push_back(block);
+      for (uint32_t i = 0; i < kFrame; ++i) {
+        ASSERT_EQ((i / 24) % 2 == 0 ? -4096 : 4096, out[i]) << "sample " << i;
+      }
+      EXPECT_EQ(Constant(4800 - kFrame, 0), std::vector<int16_t>(out.begin() + kFrame, out.end()));
+    } else {
+      EXPECT_EQ(Constant(4800, 0), out) << block;
+    }
+  }
+  EXPECT_EQ((std::vector<int>{20, 40, 60}), toneBlocks);
+
+  // Restarting starts the count again.
+  ASSERT_EQ(0, relay_.Enable(false));
+  Enable();
+  for (int block = 1; block < 20; ++block) {
+    ASSERT_EQ(0, Block(in));
+    ASSERT_EQ(0, OutSamples()[0]) << block;
+  }
+  ASSERT_EQ(0, Block(in));
+  EXPECT_EQ(-4096, OutSamples()[0]);
+}
+
+TEST_F(ProcessorRelayTest, TestTonePeriodFollowsTheBlockLength) {
+  // 48000 / 24000 = 2, so every 4th block.
+  ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::BLOCK_LENGTH, 0, Int(24000)));
+  ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::TEST_MODE, 0, Int(1)));
+  buffers_.SetTapFormat(48000, 2, 2);
+  Enable();
+  const std::vector<uint8_t> in(96000, 0);
+  std::vector<int> toneBlocks;
+  for (int block = 1; block <= 8; ++block) {
+    ASSERT_EQ(0, Block(in));
+    const std::vector<int16_t> out = OutSamples();
+    if (out[0] != 0) {
+      toneBlocks.push_back(block);
+      // Both channel blocks of the first frame carry the burst.
+      EXPECT_EQ(-4096, out[kFrame]);
+      EXPECT_EQ(4096, out[kFrame + 24]);
+    }
+  }
+  EXPECT_EQ((std::vector<int>{4, 8}), toneBlocks);
+}
+
+TEST_F(ProcessorRelayTest, VersionIsOneOnlyAtElementOne) {
+  ParamValue v;
+  EXPECT_EQ(Status::OK, relay_.GetParameter(ParameterId::VERSION, 1, &v));
+  EXPECT_EQ(1, v.get<ParamValue::Tag::i>());
+  for (int element : {0, 2, -1}) {
+    EXPECT_EQ(Status::OK, relay_.GetParameter(ParameterId::VERSION, element, &v));
+    EXPECT_EQ(0, v.get<ParamValue::Tag::i>());
+  }
+  EXPECT_EQ(Status::OK, relay_.GetParameter(ParameterId::AUDIO_FORMAT, 1, &v));
+  EXPECT_EQ(3, v.get<ParamValue::Tag::i>());
+  EXPECT_EQ(Status::INVALID_PARAMETER, relay_.GetParameter(ParameterId::UNSPECIFIED, 0, &v));
+  EXPECT_EQ(Status::READ_ONLY, relay_.SetParameter(ParameterId::VERSION, 1, Int(1)));
+}
+
+// An I/O thread streams while binder threads send audio, swap callbacks,
+// change parameters and toggle the relay. Run under the sanitizers, this
+// checks that no interleaving corrupts memory or the packets.
+TEST_F(ProcessorRelayTest, ConcurrentStreamingAndControl) {
+  buffers_.SetTapFormat(48000, 2, 2);
+  Enable();
+  std::atomic<bool> stop{false};
+  std::atomic<int> blocks{0};
+  std::thread io([&] {
+    const std::vector<uint8_t> in = RampBlock(4800, 2);
+    std::vector<uint8_t> out(in.size());
+    while (!stop.load()) {
+      std::fill(out.begin(), out.end(), 0);
+      relay_.ProcessBlock(in.data(), in.size(), out.data(), out.size());
+      blocks.fetch_add(1);
+    }
+  });
+  std::thread sender([&] {
+    while (!stop.load()) relay_.SendAudio(RelayPacket(kArl1, Constant(4800, 3)));
+  });
+  std::thread control([&] {
+    for (int i = 0; i < 300; ++i) {
+      relay_.RegisterReceiveAudioCallback(i % 3 == 0 ? nullptr : ::ndk::SharedRefBase::make<RecordingCallback>());
+      relay_.SetParameter(ParameterId::TEST_MODE, 0, Int(i % 2));
+      relay_.SetParameter(ParameterId::BLOCK_LENGTH, 0, Int(i % 4 == 0 ? 960 : 4800));
+      if (i % 5 == 0) relay_.Enable(false);
+      relay_.Enable(true);
+    }
+  });
+  control.join();
+  // Let the stream run on the final settings for a while.
+  const int seen = blocks.load();
+  while (blocks.load() < seen + 50) std::this_thread::yield();
+  stop.store(true);
+  io.join();
+  sender.join();
+  EXPECT_TRUE(relay_.IsEnabled());
+  EXPECT_EQ(4800u, relay_.blockLength());
+}
+
+}  // namespace
