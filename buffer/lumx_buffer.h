@@ -33,7 +33,7 @@
 //    either the writer sees the disable or the disabler sees the writer).
 //
 //  * Own device. handleDisable() wakes the thread through wakeFd_ (an eventfd
-//    in the thread's select set), joins it and only then closes handle_, so
+//    in the set the thread waits on), joins it and only then closes handle_, so
 //    the thread never reads a descriptor number that was closed and reused.
 //
 //  * Lifetime. handleEnableBuffers() enables buffers without the service

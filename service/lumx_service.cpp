@@ -40,7 +40,11 @@ LumxService::~LumxService() {
   std::thread rescan;
   {
     lumx::MutexLock lock(&mutex_);
-    processors.swap(processors_);
+    {
+      // A parameter or relay call may still hold one of them (ProcessorRef).
+      lumx::MutexLock pinLock(&gProcessorPinMutex);
+      processors.swap(processors_);
+    }
     // The rescan takes mutex_ for each try, so it is joined outside it.
     rescan = std::move(bufferInitThread_);
   }
@@ -54,8 +58,17 @@ LumxService::~LumxService() {
     __atomic_compare_exchange_n(&gService, &self, nullptr, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
   }
   // Processors left registered are deleted last, once no I/O thread can
-  // deliver to them any more.
-  for (auto& entry : processors) delete entry.second;
+  // deliver to them any more; one still pinned by a call in flight is freed
+  // by that call's ProcessorRef instead.
+  for (auto& entry : processors) {
+    if (entry.second == nullptr) continue;
+    bool deleteNow;
+    {
+      lumx::MutexLock pinLock(&gProcessorPinMutex);
+      deleteNow = entry.second->Retire();
+    }
+    if (deleteNow) delete entry.second;
+  }
 }
 
 int32_t LumxService::WaitForServiceReady() {
@@ -71,9 +84,11 @@ int32_t LumxService::WaitForServiceReady() {
 
 ::ndk::ScopedAStatus LumxService::Ping() { return ::ndk::ScopedAStatus::ok(); }
 
-// Unlocked by design: the relay and streaming calls look processors up while
-// the use-case scripts hold no service lock.
+// Without mutex_ by design: the use-case scripts call it holding no service
+// lock. Every writer of processors_ also holds gProcessorPinMutex, which makes
+// the lookup itself consistent.
 LumxProcessor* LumxService::GetLumxProcessor(uint32_t id) NO_THREAD_SAFETY_ANALYSIS {
+  lumx::MutexLock pinLock(&gProcessorPinMutex);
   auto it = processors_.find(id);
   return it == processors_.end() ? nullptr : it->second;
 }

@@ -1,0 +1,196 @@
+// LumxBuffer: construction, destruction, wiring, capture and dump. The I/O
+// thread and the device side live in lumx_buffer_io.cpp.
+#include "buffer/lumx_buffer.h"
+#include "buffer/tsan_annotations.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "common/lumx_log.h"
+#include "common/wire.h"
+#include "processors/lumx_processor.h"
+
+LumxBuffer::LumxBuffer(const std::string& name, const std::string& path, unsigned int id,
+                       LumxService* service, bool isRead)
+    : name_(name),
+      devicePath_(path),
+      id_(id),
+      service_(service),
+      isRead_(isRead),
+      outputSnapshot_(new OutputList()) {
+  lumx::PutLe32(format_ + kPktMagicOffset, kLumPacketMagic);
+  lumx::PutLe32(format_ + kPktVersionOffset, kLumPacketVersion);
+  (void)service_;
+}
+
+LumxBuffer::~LumxBuffer() {
+  // A caller that pinned this buffer (handleEnableBuffers) may still be
+  // enabling or disabling it without the service mutex; let it finish.
+  while (users_.load(std::memory_order_acquire) != 0) usleep(1000);
+
+  if (enabled_.load()) handleDisable();
+
+  LUMX_LOGI("%s %s", name_.c_str(), "UnregisterAllOutputs");
+  {
+    lumx::MutexLock lock(&mutex_);
+    for (LumxProcessor* p : outputProcessors_) {
+      if (p != nullptr) p->SetInput(nullptr);
+    }
+    outputProcessors_.clear();
+    publishOutputs();
+  }
+  // Logs "<name> UnregisterInput" and unwires the producer.
+  UnregisterInput();
+
+  // Another buffer's I/O thread may have read a processor's output() that
+  // pointed here just before it was cleared; wait until it has let go.
+  WaitForDeliveries();
+  delete outputSnapshot_.exchange(nullptr);
+  // Normally freed by the disable above; null-safe either way.
+  delete[] ioBuffer_;
+  delete[] packetBuffer_;
+}
+
+// ---- Wiring ----
+
+// Unlocked on purpose: the first lookup of RegisterOutput is a fast path, and
+// every caller holds the service mutex, which serialises all wiring changes.
+bool LumxBuffer::hasOutputUnlocked(LumxProcessor* p) const NO_THREAD_SAFETY_ANALYSIS {
+  return outputProcessors_.find(p) != outputProcessors_.end();
+}
+
+int LumxBuffer::RegisterOutput(LumxProcessor* p) {
+  LUMX_LOGI("%s %s %p", name_.c_str(), "RegisterOutput", static_cast<void*>(p));
+  const bool present = hasOutputUnlocked(p);
+  if (present) return 0;
+  if (!isRead_) {
+    LUMX_LOGE("%s %s failed because buffer direction is write", name_.c_str(), "RegisterOutput");
+    return -1;
+  }
+  // The I/O thread calls every output; a null one would crash it.
+  if (p == nullptr) return -1;
+  lumx::MutexLock lock(&mutex_);
+  if (outputProcessors_.insert(p).second) publishOutputs();
+  return 0;
+}
+
+int LumxBuffer::UnregisterOutput(LumxProcessor* p) {
+  LUMX_LOGI("%s %s: %p", name_.c_str(), "UnregisterOutput", static_cast<void*>(p));
+  if (p == nullptr) return -1;
+  lumx::MutexLock lock(&mutex_);
+  auto it = outputProcessors_.find(p);
+  if (it == outputProcessors_.end()) {
+    LUMX_LOGE("%s %s: could not find processor %s", name_.c_str(), "UnregisterOutput", p->idName());
+    return -1;
+  }
+  p->SetInput(nullptr);
+  outputProcessors_.erase(it);
+  // Returns once the I/O thread no longer delivers to p.
+  publishOutputs();
+  return 0;
+}
+
+int LumxBuffer::RegisterInput(LumxProcessor* p) {
+  LUMX_LOGI("%s %s %p", name_.c_str(), "RegisterInput", static_cast<void*>(p));
+  if (p == nullptr) return -1;
+  if (isRead_) {
+    LUMX_LOGE("%s %s failed because buffer direction is read", name_.c_str(), "RegisterInput");
+    return -1;
+  }
+  lumx::MutexLock lock(&mutex_);
+  if (inputProcessor_ != nullptr) inputProcessor_->SetOutput(nullptr);
+  inputProcessor_ = p;
+  // Publishes this buffer to the I/O threads that read p->output() without
+  // a lock (pairs with the acquire fence in deliver()).
+  std::atomic_thread_fence(std::memory_order_release);
+  LUMX_TSAN_RELEASE(p);
+  p->SetOutput(this);
+  return 0;
+}
+
+void LumxBuffer::UnregisterInput() {
+  LUMX_LOGI("%s %s", name_.c_str(), "UnregisterInput");
+  lumx::MutexLock lock(&mutex_);
+  if (inputProcessor_ != nullptr) {
+    inputProcessor_->SetOutput(nullptr);
+    inputProcessor_ = nullptr;
+  }
+}
+
+// Unlocked by design (callers hold the service mutex, see the file comment).
+int LumxBuffer::GetOutputs(std::vector<LumxProcessor*>& list) const NO_THREAD_SAFETY_ANALYSIS {
+  list.insert(list.end(), outputProcessors_.begin(), outputProcessors_.end());
+  return static_cast<int>(outputProcessors_.size());
+}
+
+// Unlocked by design (callers hold the service mutex, see the file comment).
+std::string LumxBuffer::GetOutputsAsString() const NO_THREAD_SAFETY_ANALYSIS {
+  if (outputProcessors_.empty()) return "-";
+  std::string text;
+  for (LumxProcessor* p : outputProcessors_) {
+    if (!text.empty()) text += ",";
+    text += p->idName();
+  }
+  return text;
+}
+
+// Unlocked by design (callers hold the service mutex, see the file comment).
+std::string LumxBuffer::GetInputAsString() const NO_THREAD_SAFETY_ANALYSIS {
+  return inputProcessor_ != nullptr ? std::string(inputProcessor_->idName()) : std::string("-");
+}
+
+void LumxBuffer::publishOutputs() {
+  const OutputList* next = new OutputList(outputProcessors_.begin(), outputProcessors_.end());
+  const OutputList* old = outputSnapshot_.exchange(next);
+  WaitForDeliveries();
+  delete old;
+}
+
+// ---- Capture and dump ----
+
+int LumxBuffer::CaptureStart(const std::string& fileName, std::string& line) {
+  char text[256];
+  snprintf(text, sizeof text, "%s buffer %s %s", name_.c_str(), "CaptureStart", fileName.c_str());
+  line = text;
+  captureEnabled_ = true;
+  return 0;
+}
+
+int LumxBuffer::CaptureStop(std::string& line) {
+  char text[256];
+  snprintf(text, sizeof text, "%s buffer %s", name_.c_str(), "CaptureStop");
+  line = text;
+  captureEnabled_ = false;
+  return 0;
+}
+
+void LumxBuffer::DumpBuffer() const {
+  // mutex_ keeps a concurrent disable from freeing the block mid-dump; the
+  // I/O thread may still be filling it, which only blurs the picture.
+  lumx::MutexLock lock(&mutex_);
+  if (ioBuffer_ == nullptr) {
+    LUMX_LOGE("%s buffer is null", name_.c_str());
+    return;
+  }
+  constexpr size_t kWordsPerLine = 8;
+  constexpr size_t kLines = kLumIoBlockSize / (kWordsPerLine * sizeof(uint32_t));
+  for (size_t k = 0; k < kLines; ++k) {
+    uint32_t w[kWordsPerLine];
+    memcpy(w, ioBuffer_ + k * sizeof w, sizeof w);
+    char text[128];
+    snprintf(text, sizeof text, "%08x : %08x %08x %08x %08x %08x %08x %08x %08x",
+             static_cast<unsigned>(kWordsPerLine * k), w[0], w[1], w[2], w[3], w[4], w[5], w[6], w[7]);
+    LUMX_LOGI("%s", text);
+  }
+}
+
+// ---- Stored format ----
+
+void LumxBuffer::setFormatForTest(const uint8_t* header) { memcpy(format_, header, kLumPacketHeaderSize); }
+
+uint32_t LumxBuffer::formatPayloadSize() const { return lumx::GetLe32(format_ + kPktPayloadSizeOffset); }
+uint32_t LumxBuffer::formatSampleRate() const { return lumx::GetLe32(format_ + kPktSampleRateOffset); }
+uint32_t LumxBuffer::formatChannels() const { return format_[kPktChannelsOffset]; }
+uint32_t LumxBuffer::formatBytesPerSample() const { return format_[kPktBytesPerSampleOffset]; }
