@@ -72,6 +72,12 @@ void Lumxd::BinderThread(int) {
 
 void Lumxd::EventThread(int) {
   LUMX_LOGI("Start %s\n", "EventThread");
+  // main blocks these for every other thread; here they are caught.
+  sigset_t loopSignals;
+  sigemptyset(&loopSignals);
+  sigaddset(&loopSignals, SIGINT);
+  sigaddset(&loopSignals, SIGHUP);
+  pthread_sigmask(SIG_UNBLOCK, &loopSignals, nullptr);
   eventBase_ = event_base_new();
   // A one-shot with a zero timeout: the real events are installed on the
   // loop's first pass, from inside the loop.

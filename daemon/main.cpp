@@ -36,6 +36,14 @@ int main() {
   // A data device whose reader has gone must fail the write with EPIPE (the
   // write path reports it per packet), not end the daemon.
   signal(SIGPIPE, SIG_IGN);
+  // SIGINT and SIGHUP belong to the event thread, which unblocks them. Every
+  // other thread (binder pool, buffer I/O, rescan) inherits them blocked, so a
+  // signal never interrupts a real-time thread's wait for its device.
+  sigset_t loopSignals;
+  sigemptyset(&loopSignals);
+  sigaddset(&loopSignals, SIGINT);
+  sigaddset(&loopSignals, SIGHUP);
+  pthread_sigmask(SIG_BLOCK, &loopSignals, nullptr);
   Lumxd::Instance();
   LUMX_LOGI("enable_lumx_processing flag is false!");
   LUMX_LOGI("Start %s\n", "Main");
