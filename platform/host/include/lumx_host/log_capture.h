@@ -1,0 +1,64 @@
+// Host-only test hook: in-process capture of the Android log calls.
+//
+//   lumx_host::LogCapture capture;      // collects while alive
+//   __android_log_print(ANDROID_LOG_INFO, "lumx", "hello %d", 1);
+//   auto e = capture.entries();         // {{ANDROID_LOG_INFO, "lumx", "hello 1"}}
+//
+// Every entry that passes the $LUMX_LOG_LEVEL filter is recorded, with the
+// message exactly as logged: after formatting and truncation to 1023 bytes,
+// a trailing newline (as in "Start %s\n") kept as it was passed. Several captures may be alive at
+// once; each sees the entries logged during its lifetime. Thread-safe.
+// Entries are still written to stderr unless setEcho(false) was called on a
+// live capture.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace lumx_host {
+
+struct LogEntry {
+  int priority = 0;
+  std::string tag;
+  std::string message;
+
+  bool operator==(const LogEntry& o) const {
+    return priority == o.priority && tag == o.tag && message == o.message;
+  }
+};
+
+class LogCapture {
+ public:
+  LogCapture();
+  ~LogCapture();
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  // Snapshot of the entries recorded so far, in logging order.
+  std::vector<LogEntry> entries() const;
+  // Messages only, optionally restricted to one tag.
+  std::vector<std::string> messages() const;
+  std::vector<std::string> messages(const std::string& tag) const;
+  // Number of entries whose message contains `needle`.
+  size_t count(const std::string& needle) const;
+  bool contains(const std::string& needle) const { return count(needle) > 0; }
+  void clear();
+
+  // While this capture lives and echo is off, lines are not written to stderr
+  // (for tests that log a lot).
+  void setEcho(bool echo);
+
+  struct State;
+
+ private:
+  std::shared_ptr<State> state_;
+};
+
+// The part of a stderr line after the time, pid and tid fields, as the host
+// logger writes it: "<P> <tag padded to 8>: <message>\n" (a message that
+// already ends in a newline gets no second one). Exposed for tests.
+std::string FormatLogLineTail(int priority, const char* tag, const char* message);
+
+}  // namespace lumx_host

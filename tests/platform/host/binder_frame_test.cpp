@@ -1,0 +1,387 @@
+// The wire decoder on its own, and a live service fed malformed, truncated,
+// oversized and nonsensical frames over raw sockets: each bad connection is
+// answered with an error or closed, and the service keeps serving.
+#include <gtest/gtest.h>
+#include <lumx_host/binder_host.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include "platform/host/binder/frame.h"
+#include "platform/host/binder/internal.h"
+#include "test_util.h"
+
+namespace {
+
+using lumx_binder::DecodeStatus;
+using lumx_binder::Frame;
+using lumx_binder::FrameDecoder;
+using lumx_binder::WireObject;
+
+Frame SampleFrame() {
+  Frame f;
+  f.type = lumx_binder::kFrameTransact;
+  f.txn_id = 77;
+  f.target = 5;
+  f.code = 3;
+  f.flags = 0;
+  f.sender_token = 11;
+  f.route_token = 12;
+  WireObject o;
+  o.kind = lumx_binder::kObjectSenderLocal;
+  o.offset = 4;
+  o.id = 99;
+  o.descriptor = "lumx.test.X";
+  f.objects.push_back(o);
+  f.data = {1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
+  return f;
+}
+
+std::vector<uint8_t> Encode(const Frame& f) {
+  std::vector<uint8_t> out;
+  EXPECT_TRUE(lumx_binder::EncodeFrame(f, &out));
+  return out;
+}
+
+void Put32(std::vector<uint8_t>* b, size_t at, uint32_t v) { memcpy(b->data() + at, &v, 4); }
+
+DecodeStatus DecodeAll(const std::vector<uint8_t>& bytes, Frame* f) {
+  FrameDecoder d;
+  d.Append(bytes.data(), bytes.size());
+  return d.Next(f);
+}
+
+TEST(FrameDecoderTest, RoundTripByteByByteAndBackToBack) {
+  const Frame f = SampleFrame();
+  std::vector<uint8_t> bytes = Encode(f);
+  EXPECT_EQ(lumx_binder::kFrameHeaderSize + 20 + 12 + 12, bytes.size());
+  std::vector<uint8_t> two = bytes;
+  two.insert(two.end(), bytes.begin(), bytes.end());
+
+  FrameDecoder d;
+  Frame out;
+  int frames = 0;
+  for (uint8_t b : two) {
+    d.Append(&b, 1);
+    DecodeStatus st;
+    while ((st = d.Next(&out)) == DecodeStatus::kOk) {
+      ++frames;
+      EXPECT_EQ(f.type, out.type);
+      EXPECT_EQ(f.txn_id, out.txn_id);
+      EXPECT_EQ(f.target, out.target);
+      EXPECT_EQ(f.code, out.code);
+      EXPECT_EQ(f.sender_token, out.sender_token);
+      EXPECT_EQ(f.route_token, out.route_token);
+      ASSERT_EQ(1u, out.objects.size());
+      EXPECT_EQ(99u, out.objects[0].id);
+      EXPECT_EQ("lumx.test.X", out.objects[0].descriptor);
+      EXPECT_EQ(f.data, out.data);
+      EXPECT_EQ(bytes.size(), out.wire_size);
+    }
+    ASSERT_EQ(DecodeStatus::kNeedMore, st);
+  }
+  EXPECT_EQ(2, frames);
+  EXPECT_EQ(0u, d.buffered());
+}
+
+TEST(FrameDecoderTest, RejectsCorruptHeaders) {
+  const std::vector<uint8_t> good = Encode(SampleFrame());
+  Frame out;
+  struct Case {
+    const char* what;
+    size_t at;
+    uint32_t value;
+  } cases[] = {
+      {"bad magic", 0, 0x12345678},
+      {"size below header", 4, 8},
+      {"size above 1 MiB", 4, (1u << 20) + 1},
+      {"unknown type", 8, 42},
+      {"object count beyond frame", 12, 1000},
+      {"unknown object kind", 56, 7},
+      {"object offset outside data", 60, 12},
+      {"misaligned object offset", 60, 2},
+      {"descriptor too long", 72, 5000},
+      {"descriptor beyond frame", 72, 40},
+  };
+  for (const Case& c : cases) {
+    std::vector<uint8_t> b = good;
+    Put32(&b, c.at, c.value);
+    EXPECT_EQ(DecodeStatus::kError, DecodeAll(b, &out)) << c.what;
+  }
+  // Object id 0 and objects in a control frame.
+  std::vector<uint8_t> b = good;
+  Put32(&b, 64, 0);
+  Put32(&b, 68, 0);
+  EXPECT_EQ(DecodeStatus::kError, DecodeAll(b, &out)) << "object id 0";
+  Frame hello = SampleFrame();
+  hello.type = lumx_binder::kFrameHello;
+  EXPECT_EQ(DecodeStatus::kError, DecodeAll(Encode(hello), &out));
+
+  // An oversized frame is refused from its first 8 bytes, before any body.
+  FrameDecoder d;
+  std::vector<uint8_t> head(8);
+  Put32(&head, 0, lumx_binder::kFrameMagic);
+  Put32(&head, 4, 64u << 20);
+  d.Append(head.data(), head.size());
+  EXPECT_EQ(DecodeStatus::kError, d.Next(&out));
+  EXPECT_EQ(DecodeStatus::kError, d.Next(&out)) << "errors are sticky";
+}
+
+TEST(FrameDecoderTest, EncoderRefusesFramesAboveTheLimit) {
+  Frame f = SampleFrame();
+  f.data.assign(1u << 20, 0);
+  std::vector<uint8_t> out;
+  EXPECT_FALSE(lumx_binder::EncodeFrame(f, &out));
+  EXPECT_TRUE(out.empty());
+  f.data.assign((1u << 20) - 200, 0);
+  EXPECT_TRUE(lumx_binder::EncodeFrame(f, &out));
+}
+
+// ---- a live service fed by hand ----
+
+class RawPeer {
+ public:
+  explicit RawPeer(const std::string& path) {
+    fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    struct sockaddr_un addr = {};
+    addr.sun_family = AF_UNIX;
+    strncpy(addr.sun_path, path.c_str(), sizeof(addr.sun_path) - 1);
+    connected_ = connect(fd_, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0;
+  }
+  ~RawPeer() { close(fd_); }
+  bool connected() const { return connected_; }
+
+  bool Send(const std::vector<uint8_t>& b) {
+    return send(fd_, b.data(), b.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(b.size());
+  }
+  bool Send(const Frame& f) { return Send(Encode(f)); }
+  bool Hello() {
+    Frame h;
+    h.type = lumx_binder::kFrameHello;
+    h.target = 0xabcdef;
+    h.code = 1;
+    Frame peer;
+    return Send(h) && Recv(&peer) && peer.type == lumx_binder::kFrameHello;
+  }
+  // The next frame from the service, or false on close / timeout / garbage.
+  bool Recv(Frame* f) {
+    for (;;) {
+      DecodeStatus st = decoder_.Next(f);
+      if (st == DecodeStatus::kOk) return true;
+      if (st == DecodeStatus::kError) return false;
+      struct pollfd pfd = {fd_, POLLIN, 0};
+      if (poll(&pfd, 1, 20000) <= 0) return false;
+      size_t max = 0;
+      uint8_t* dst = decoder_.WritableArea(&max);
+      ssize_t n = recv(fd_, dst, max, 0);
+      if (n <= 0) return false;
+      decoder_.Commit(static_cast<size_t>(n));
+    }
+  }
+  // True once the service closed the connection.
+  bool Closed() {
+    char buf[256];
+    for (;;) {
+      struct pollfd pfd = {fd_, POLLIN, 0};
+      if (poll(&pfd, 1, 20000) <= 0) return false;
+      ssize_t n = recv(fd_, buf, sizeof(buf), MSG_DONTWAIT);
+      if (n == 0) return true;
+      if (n < 0 && errno != EAGAIN && errno != EINTR) return true;
+    }
+  }
+  // A synchronous transaction; returns the reply's status, or 1 if none came.
+  int32_t Call(uint64_t target, uint32_t code, const std::vector<uint8_t>& data,
+               std::vector<WireObject> objects = {}, Frame* reply_out = nullptr) {
+    Frame f;
+    f.type = lumx_binder::kFrameTransact;
+    f.txn_id = ++txn_;
+    f.target = target;
+    f.code = code;
+    f.data = data;
+    f.objects = std::move(objects);
+    if (!Send(f)) return 1;
+    Frame reply;
+    if (!Recv(&reply) || reply.type != lumx_binder::kFrameReply || reply.txn_id != txn_) return 1;
+    if (reply_out != nullptr) *reply_out = reply;
+    return static_cast<int32_t>(reply.code);
+  }
+
+ private:
+  int fd_ = -1;
+  bool connected_ = false;
+  FrameDecoder decoder_;
+  uint64_t txn_ = 0;
+};
+
+std::vector<uint8_t> StringBytes(const std::string& s) {
+  ndk::ScopedAParcel p(AParcel_create());
+  AParcel_writeString(p.get(), s.c_str(), static_cast<int32_t>(s.size()));
+  return p.get()->data;
+}
+
+class LiveServiceTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    static int n = 0;
+    name_ = "lumx.test.ITestService/raw" + std::to_string(++n);
+    service_ = ndk::SharedRefBase::make<lumx_test::TestService>(&shared_);
+    // The registry keeps the service (and its view of shared_) for good.
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service_->asBinder().get(), name_.c_str()));
+    path_ = lumx_host::ServiceSocketPath(name_.c_str());
+  }
+
+  void ExpectServiceWorks() {
+    ndk::SpAIBinder b(lumx_host::ConnectToServiceSocket(name_.c_str()));
+    auto svc = lumx_test::ITestService::fromBinder(b);
+    ASSERT_NE(nullptr, svc);
+    ASSERT_TRUE(AIBinder_isRemote(b.get())) << "went through the socket";
+    int32_t ret = 0;
+    ASSERT_TRUE(svc->echo(31, &ret).isOk());
+    EXPECT_EQ(31, ret);
+  }
+
+  uint64_t ServiceId(RawPeer* peer) {
+    Frame reply;
+    EXPECT_EQ(STATUS_OK, peer->Call(0, lumx_binder::kGetServiceTransaction, StringBytes(name_), {},
+                                    &reply));
+    EXPECT_EQ(1u, reply.objects.size());
+    return reply.objects.empty() ? 0 : reply.objects[0].id;
+  }
+
+  lumx_test::BinderDirScope dir_;
+  lumx_test::ServerShared& shared_ = *new lumx_test::ServerShared();
+  std::shared_ptr<lumx_test::TestService> service_;
+  std::string name_;
+  std::string path_;
+};
+
+TEST_F(LiveServiceTest, GarbageAndOversizedFramesCloseOnlyTheirConnection) {
+  const int fds_before = lumx_test::CountOpenFds(getpid());
+  {
+    RawPeer garbage(path_);
+    ASSERT_TRUE(garbage.connected());
+    std::vector<uint8_t> junk(64, 0xa5);
+    garbage.Send(junk);
+    EXPECT_TRUE(garbage.Closed());
+  }
+  {
+    RawPeer no_hello(path_);
+    Frame f = SampleFrame();
+    no_hello.Send(f);
+    EXPECT_TRUE(no_hello.Closed()) << "the first frame must be a hello";
+  }
+  {
+    RawPeer big(path_);
+    ASSERT_TRUE(big.Hello());
+    std::vector<uint8_t> head(8);
+    Put32(&head, 0, lumx_binder::kFrameMagic);
+    Put32(&head, 4, 16u << 20);
+    big.Send(head);
+    EXPECT_TRUE(big.Closed()) << "an oversized frame is refused by its header";
+  }
+  {
+    RawPeer twice(path_);
+    ASSERT_TRUE(twice.Hello());
+    Frame h;
+    h.type = lumx_binder::kFrameHello;
+    h.target = 1;
+    twice.Send(h);
+    EXPECT_TRUE(twice.Closed());
+  }
+  {
+    RawPeer truncated(path_);
+    ASSERT_TRUE(truncated.Hello());
+    std::vector<uint8_t> half = Encode(SampleFrame());
+    half.resize(half.size() / 2);
+    truncated.Send(half);
+  }  // hangs up mid-frame
+  EXPECT_TRUE(lumx_test::WaitUntil([&] { return lumx_test::CountOpenFds(getpid()) <= fds_before; }))
+      << "descriptors of closed connections are released";
+  ExpectServiceWorks();
+}
+
+TEST_F(LiveServiceTest, NonsenseTransactionsGetErrorReplies) {
+  RawPeer peer(path_);
+  ASSERT_TRUE(peer.Hello());
+  EXPECT_EQ(STATUS_BAD_VALUE, peer.Call(12345, 1, {})) << "unknown target object";
+  EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, peer.Call(0, 1, {})) << "context object, unknown code";
+  const uint64_t id = ServiceId(&peer);
+  ASSERT_NE(0u, id);
+
+  std::vector<uint8_t> token = StringBytes(lumx_test::ITestService::descriptor);
+  EXPECT_EQ(STATUS_OK, peer.Call(id, lumx_binder::kPingTransaction, {}));
+  EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, peer.Call(id, 0x01000000, token)) << "reserved code";
+  EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, peer.Call(id, 999, token)) << "code the stub ignores";
+  EXPECT_EQ(STATUS_BAD_TYPE, peer.Call(id, 1, StringBytes("lumx.test.Wrong")));
+  EXPECT_EQ(STATUS_BAD_TYPE, peer.Call(id, 1, {})) << "no interface token";
+  EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, peer.Call(id, 1, token)) << "echo without its argument";
+
+  // A parcel naming an object of the service's process that it never gave.
+  std::vector<uint8_t> with_obj = token;
+  const uint32_t slot_at = static_cast<uint32_t>(with_obj.size());
+  with_obj.insert(with_obj.end(), {1, 0, 0, 0, 0, 0, 0, 0});
+  WireObject o;
+  o.kind = lumx_binder::kObjectReceiverLocal;
+  o.offset = slot_at;
+  o.id = 777777;
+  EXPECT_EQ(STATUS_BAD_VALUE,
+            peer.Call(id, lumx_test::ITestService::TRANSACTION_echoBinder, with_obj, {o}));
+
+  // A working call with a real argument.
+  std::vector<uint8_t> echo = token;
+  echo.insert(echo.end(), {42, 0, 0, 0});
+  Frame reply;
+  ASSERT_EQ(STATUS_OK, peer.Call(id, lumx_test::ITestService::TRANSACTION_echo, echo, {}, &reply));
+  ASSERT_EQ(8u, reply.data.size());
+  EXPECT_EQ(42, reply.data[4]);
+
+  // A release of something never given is ignored; the connection lives.
+  Frame rel;
+  rel.type = lumx_binder::kFrameRelease;
+  rel.target = 4242;
+  rel.code = 3;
+  ASSERT_TRUE(peer.Send(rel));
+  EXPECT_EQ(STATUS_OK, peer.Call(id, lumx_binder::kPingTransaction, {}));
+
+  // A synchronous call without a transaction id is a protocol error.
+  Frame bad;
+  bad.type = lumx_binder::kFrameTransact;
+  bad.target = id;
+  bad.code = 1;
+  ASSERT_TRUE(peer.Send(bad));
+  EXPECT_TRUE(peer.Closed());
+  ExpectServiceWorks();
+}
+
+TEST_F(LiveServiceTest, ObjectsHandedToARawPeerAreReleasedWhenItHangsUp) {
+  std::vector<uint8_t> token = StringBytes(lumx_test::ITestService::descriptor);
+  {
+    RawPeer peer(path_);
+    ASSERT_TRUE(peer.Hello());
+    const uint64_t id = ServiceId(&peer);
+    Frame reply;
+    ASSERT_EQ(STATUS_OK,
+              peer.Call(id, lumx_test::ITestService::TRANSACTION_newSession, token, {}, &reply));
+    ASSERT_EQ(1u, reply.objects.size());
+    EXPECT_EQ(0, shared_.sessions_destroyed.load());
+  }
+  EXPECT_TRUE(lumx_test::WaitUntil([&] { return shared_.sessions_destroyed.load() == 1; }));
+  {
+    RawPeer peer(path_);
+    ASSERT_TRUE(peer.Hello());
+    const uint64_t id = ServiceId(&peer);
+    Frame reply;
+    ASSERT_EQ(STATUS_OK,
+              peer.Call(id, lumx_test::ITestService::TRANSACTION_newSession, token, {}, &reply));
+    ASSERT_EQ(1u, reply.objects.size());
+    // Releasing it explicitly works as well.
+    Frame rel;
+    rel.type = lumx_binder::kFrameRelease;
+    rel.target = reply.objects[0].id;
+    rel.code = 1;
+    ASSERT_TRUE(peer.Send(rel));
+    EXPECT_TRUE(lumx_test::WaitUntil([&] { return shared_.sessions_destroyed.load() == 2; }));
+  }
+}
+
+}  // namespace
