@@ -94,7 +94,16 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
   FD_ZERO(&readSet);
   struct timeval timeout = {0, kCommandReplyTimeoutUs};
   int32_t failure;
+  bool waited = false;
   for (;;) {
+    // select() spends the budget, but a device that stays readable without
+    // ever giving a whole reply (end of file, short replies) would let this
+    // loop run on once the budget is gone: the budget's end is a time-out.
+    if (waited && timeout.tv_sec == 0 && timeout.tv_usec == 0) {
+      LUMX_LOGW("%s: timeout for opcode 0x%x", "waitForLumxCommandResponse", opcode);
+      return -1;
+    }
+    waited = true;
     int ready;
     if (fd + 2 > FD_SETSIZE) {
       // The descriptor does not fit a select set; treat it as the wait

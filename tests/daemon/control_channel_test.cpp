@@ -261,6 +261,28 @@ TEST_F(ControlChannelTest, IdByteWrapsAfter256Commands) {
   EXPECT_EQ(first + 257, CommandCounter());  // the counter itself keeps counting
 }
 
+// A node that is always readable but never yields a whole reply (here an
+// ordinary file: every read is at its end) must still end in the time-out,
+// not keep the command thread spinning with commandMutex held.
+TEST(ControlBudgetTest, EndlessShortReadsEndInTheTimeout) {
+  TempDir dir("lumx-ctl-eof");
+  ScopedEnv env("LUMX_DEV_ROOT", dir.path().c_str());
+  for (const char* name : {"lum", "zch-lumx_control"}) {
+    FILE* f = fopen(dir.Join(name).c_str(), "w");
+    ASSERT_NE(nullptr, f);
+    fclose(f);
+  }
+  Lumxd::Instance().reopenLumxControl();
+  ASSERT_GE(Lumxd::Instance().controlFd(), 0);
+  LogCapture log;
+  std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
+  EXPECT_EQ(-1, Lumxd::Instance().SendLumxCommand(CMD_LUMX_TAP_INFO_ID, reinterpret_cast<CMD_HDR*>(msg.data()),
+                                                   msg.size()));
+  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_ERROR, "wrong data sz 0"));
+  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_WARN, "waitForLumxCommandResponse: timeout for opcode 0xcd"));
+  Lumxd::Instance().closeLumxControl();
+}
+
 TEST(ControlOpenTest, OpenFailureLogsAndLeavesDescriptorClosed) {
   TempDir dir("lumx-open");
   ScopedEnv env("LUMX_DEV_ROOT", dir.path().c_str());
