@@ -59,6 +59,24 @@ void PutTapAddress(uint8_t* cmd, int32_t core, int32_t tap, int32_t index) {
   cmd[kTapCoreOffset] = static_cast<uint8_t>(core & 0xff);
 }
 
+// Logs the request line and appends it as the result's first line.
+void AddRequestLine(const char* line, CommandResult* result) {
+  LUMX_LOGI("%s", line);
+  result->strList.push_back(line);
+}
+
+// Sends one tap control command; a failure is reported as "<name> failed,
+// status <n>" with ERROR. Caller holds the service mutex.
+void SendTapControl(uint16_t opcode, const char* name, uint8_t* bytes, size_t size, CommandResult* result) {
+  const int32_t status = Send(opcode, bytes, size);
+  if (status != 0) {
+    char failure[64];
+    snprintf(failure, sizeof(failure), "%s failed, status %d", name, status);
+    result->strList.push_back(failure);
+    result->status = CommandResult::Status::ERROR;
+  }
+}
+
 }  // namespace
 
 LumxTapDetailedInfo LumxTapDetailedInfo::FromWire(const uint8_t* p) {
@@ -155,8 +173,7 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
 ::ndk::ScopedAStatus LumxService::TapList(int32_t core, CommandResult* result) {
   char line[64];
   snprintf(line, sizeof(line), "LUM tap list core:%d", core);
-  LUMX_LOGI("%s", line);
-  result->strList.push_back(line);
+  AddRequestLine(line, result);
 
   std::vector<LumxTapDetailedInfo> taps;
   if (getLumxTapPoints(core, taps) != 0) {
@@ -181,8 +198,7 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
   char line[64];
   snprintf(line, sizeof(line), "%s core:%d tap:%s.%d", "TapInfo", core,
            FourCcToString(static_cast<uint32_t>(tap)).c_str(), index);
-  LUMX_LOGI("%s", line);
-  result->strList.push_back(line);
+  AddRequestLine(line, result);
 
   {
     lumx::MutexLock lock(&mutex_);
@@ -212,21 +228,14 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
   char line[64];
   snprintf(line, sizeof(line), enable ? "LUM core %d enable tap %s.%d" : "LUM core %d disable tap %s.%d", core,
            tapText.c_str(), index);
-  LUMX_LOGI("%s", line);
-  result->strList.push_back(line);
+  AddRequestLine(line, result);
 
   {
     lumx::MutexLock lock(&mutex_);
     CommandBuffer<kTapEnableCmdSize> cmd;
     PutTapAddress(cmd.bytes, core, tap, index);
     cmd.bytes[kEnableFlagOffset] = enable ? 1 : 0;
-    const int32_t status = Send(CMD_LUMX_TAP_ENABLE_ID, cmd.bytes, kTapEnableCmdSize);
-    if (status != 0) {
-      char failure[64];
-      snprintf(failure, sizeof(failure), "CMD_LUMX_TAP_ENABLE_ID failed, status %d", status);
-      result->strList.push_back(failure);
-      result->status = CommandResult::Status::ERROR;
-    }
+    SendTapControl(CMD_LUMX_TAP_ENABLE_ID, "CMD_LUMX_TAP_ENABLE_ID", cmd.bytes, kTapEnableCmdSize, result);
   }
   print_aidl_return("TapEnable", result);
   return ::ndk::ScopedAStatus::ok();
@@ -238,8 +247,7 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
   char line[64];
   snprintf(line, sizeof(line), "LUM core %d tap %s.%d set block length %u", core, tapText.c_str(), index,
            static_cast<unsigned>(blockLength));
-  LUMX_LOGI("%s", line);
-  result->strList.push_back(line);
+  AddRequestLine(line, result);
 
   {
     lumx::MutexLock lock(&mutex_);
@@ -247,13 +255,7 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
     PutTapAddress(cmd.bytes, core, tap, index);
     // Not validated: the DSP alone decides which lengths it accepts.
     lumx::PutLe32(cmd.bytes + kBlockLengthOffset, static_cast<uint32_t>(blockLength));
-    const int32_t status = Send(CMD_LUMX_TAP_SET_BLOCK_LEN_ID, cmd.bytes, kTapSetBlockLenCmdSize);
-    if (status != 0) {
-      char failure[64];
-      snprintf(failure, sizeof(failure), "CMD_LUMX_TAP_SET_BLOCK_LEN_ID failed, status %d", status);
-      result->strList.push_back(failure);
-      result->status = CommandResult::Status::ERROR;
-    }
+    SendTapControl(CMD_LUMX_TAP_SET_BLOCK_LEN_ID, "CMD_LUMX_TAP_SET_BLOCK_LEN_ID", cmd.bytes, kTapSetBlockLenCmdSize, result);
   }
   print_aidl_return("TapSetBlockLength", result);
   return ::ndk::ScopedAStatus::ok();
@@ -267,8 +269,7 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
   snprintf(line, sizeof(line),
            "LUM core %d connect tap point: %s.%d --> tap-out buffer %d, inject buffer %d --> %s.%d", core,
            tapText.c_str(), index, tapOutBuffer, injectBuffer, tapText.c_str(), index);
-  LUMX_LOGI("%s", line);
-  result->strList.push_back(line);
+  AddRequestLine(line, result);
 
   {
     lumx::MutexLock lock(&mutex_);
@@ -278,13 +279,7 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
     // (low 8 bits; -1 becomes 0xFF, "none").
     cmd.bytes[kBindTapOutOffset] = static_cast<uint8_t>(tapOutBuffer & 0xff);
     cmd.bytes[kBindInjectOffset] = static_cast<uint8_t>(injectBuffer & 0xff);
-    const int32_t status = Send(CMD_LUMX_TAP_BIND_ID, cmd.bytes, kTapBindCmdSize);
-    if (status != 0) {
-      char failure[64];
-      snprintf(failure, sizeof(failure), "CMD_LUMX_TAP_BIND_ID failed, status %d", status);
-      result->strList.push_back(failure);
-      result->status = CommandResult::Status::ERROR;
-    }
+    SendTapControl(CMD_LUMX_TAP_BIND_ID, "CMD_LUMX_TAP_BIND_ID", cmd.bytes, kTapBindCmdSize, result);
   }
   print_aidl_return("ConnectTap", result);
   return ::ndk::ScopedAStatus::ok();
