@@ -1,65 +1,30 @@
 // lumx-dspsim: every fault flag has its observable effect on the wire and is
 // counted in the statistics.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
 
-#include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "tools/lumx-dspsim/sim_client.h"
-#include "tools/lumx-dspsim/sim_runner.h"
+#include "tests/tools/dspsim_test_util.h"
 #include "tools/lumx-dspsim/stats.h"
 
 namespace lumx::dspsim {
 namespace {
 
-constexpr int kWaitMs = 10000;
-
-bool WaitFor(const std::function<bool()>& done) {
-  for (int i = 0; i < kWaitMs / 10; ++i) {
-    if (done()) return true;
-    usleep(10000);
-  }
-  return done();
-}
-
 const char kStreamingTable[] =
     "2 imic.0 48000 480 1 16 enabled=1 tapout=20 inject=20\n"
     "2 sspk.0 48000 480 2 16 enabled=1 tapout=21 inject=21\n";
 
-class DspsimFault : public ::testing::Test {
- protected:
-  void StartSim(Options o, const std::string& table = "") {
-    ASSERT_FALSE(dir_.path().empty());
-    o.devRoot = dir_.path();
-    o.statsPath.clear();
-    if (!table.empty()) {
-      std::string err;
-      ASSERT_TRUE(ParseTapTable(table, &o.taps, &err)) << err;
-    }
-    sim_ = std::make_unique<SimThread>(o);
-    std::string err;
-    ASSERT_TRUE(sim_->Start(&err)) << err;
-    ASSERT_TRUE(control_.Open(dir_.File("zch-lumx_control")));
-  }
-  SimStats Stats() { return sim_->sim().Snapshot(); }
-  bool Exists(const char* name) { return access(dir_.File(name).c_str(), F_OK) == 0; }
-
-  TempDir dir_;
-  std::unique_ptr<SimThread> sim_;
-  ControlClient control_;
-};
+using DspsimFault = SimTest;
 
 // ---- control channel faults ----------------------------------------------------
 
 TEST_F(DspsimFault, DelayedReplyArrivesAfterTheDelay) {
   Options o;
   o.faults.replyDelayMs = 700;
-  StartSim(o);
+  StartSim("", o);
   ASSERT_TRUE(control_.Send(MakeTapRequest(kOpTapInfo, 2, "imic", 0, 1)));
   std::vector<uint8_t> r;
   EXPECT_FALSE(control_.Receive(28, 100, &r)) << "no reply before 700 ms";
@@ -72,7 +37,7 @@ TEST_F(DspsimFault, DelayedReplyArrivesAfterTheDelay) {
 TEST_F(DspsimFault, DroppedReplyNeverComes) {
   Options o;
   o.faults.dropReplyRate = 1;
-  StartSim(o);
+  StartSim("", o);
   ASSERT_TRUE(control_.Send(MakeTapRequest(kOpTapInfo, 2, "imic", 0)));
   ASSERT_TRUE(WaitFor([&] { return Stats().faults.replyDropped == 1; }));
   std::vector<uint8_t> r;
@@ -86,33 +51,25 @@ TEST_F(DspsimFault, DroppedReplyNeverComes) {
 TEST_F(DspsimFault, StrayReplyWithAnotherOpcodeComesFirst) {
   Options o;
   o.faults.strayReplyRate = 1;
-  StartSim(o);
-  std::vector<uint8_t> req = MakeTapRequest(kOpTapInfo, 2, "imic", 0, 9);
-  ASSERT_TRUE(control_.Send(req));
-  std::vector<uint8_t> first, second;
-  ASSERT_TRUE(control_.Receive(28, kWaitMs, &first));
-  ASSERT_TRUE(control_.Receive(28, kWaitMs, &second));
-  EXPECT_NE(LoadU16(&first[4]), kOpTapInfo);
-  EXPECT_EQ(LoadU16(&second[4]), kOpTapInfo);
-  EXPECT_EQ(second[1], 9);
-  EXPECT_EQ(LoadU32(&second[8]), FourCc("imic"));
-  // The list request gets its stray with another opcode too.
-  std::vector<uint8_t> list = MakeRequest(kOpTapList, 44);
-  list[8] = 2;
-  ASSERT_TRUE(control_.Send(list));
-  ASSERT_TRUE(control_.Receive(44, kWaitMs, &first));
-  ASSERT_TRUE(control_.Receive(44, kWaitMs, &second));
-  EXPECT_NE(LoadU16(&first[4]), kOpTapList);
-  EXPECT_EQ(LoadU16(&second[4]), kOpTapList);
+  StartSim("", o);
+  for (const std::vector<uint8_t>& req : {MakeTapRequest(kOpTapInfo, 2, "imic", 0, 9), ListReq(2, 0, 9)}) {
+    ASSERT_TRUE(control_.Send(req));
+    std::vector<uint8_t> first, second;
+    ASSERT_TRUE(control_.Receive(req.size(), kWaitMs, &first));
+    ASSERT_TRUE(control_.Receive(req.size(), kWaitMs, &second));
+    EXPECT_NE(LoadU16(&first[4]), LoadU16(&req[4]));
+    EXPECT_EQ(LoadU16(&second[4]), LoadU16(&req[4]));
+    EXPECT_EQ(second[1], 9);
+    EXPECT_EQ(second[8], req[8]);
+  }
   EXPECT_EQ(Stats().faults.strayReply, 2u);
 }
 
 TEST_F(DspsimFault, ForcedErrorStatusLeavesTheDspUnchanged) {
   Options o;
   o.faults.errorStatus[kOpTapEnable] = -5;
-  StartSim(o);
-  std::vector<uint8_t> en = MakeTapRequest(kOpTapEnable, 2, "imic", 0);
-  en[14] = 1;
+  StartSim("", o);
+  std::vector<uint8_t> en = EnableReq(2, "imic", 0, 1);
   ASSERT_TRUE(control_.Exchange(&en, kWaitMs));
   EXPECT_EQ(LoadI16(&en[6]), -5);
   std::vector<uint8_t> info = MakeTapRequest(kOpTapInfo, 2, "imic", 0);
@@ -127,10 +84,8 @@ TEST_F(DspsimFault, ForcedErrorStatusLeavesTheDspUnchanged) {
 TEST_F(DspsimFault, RestartRemovesAndRecreatesNodesAndResetsTheTable) {
   Options o;
   o.faults.restartDownMs = 200;
-  StartSim(o);
-  std::vector<uint8_t> en = MakeTapRequest(kOpTapEnable, 2, "imic", 0);
-  en[14] = 1;
-  ASSERT_TRUE(control_.Exchange(&en, kWaitMs));
+  StartSim("", o);
+  Command(EnableReq(2, "imic", 0, 1));
   sim_->sim().RequestRestart();
   ASSERT_TRUE(WaitFor([&] { return Stats().faults.restarts == 1; }));
   // The pty went away under the open client: it sees a hang-up.
@@ -155,14 +110,8 @@ TEST_F(DspsimFault, RestartCanKeepStateAndRepeatsPeriodically) {
   o.faults.restartEverySec = 0.3;
   o.faults.restartDownMs = 50;
   o.faults.restartKeepState = true;
-  StartSim(o);
-  std::vector<uint8_t> b = MakeTapRequest(kOpTapBind, 2, "imic", 0);
-  b[16] = 20;
-  b[17] = 20;
-  std::vector<uint8_t> e = MakeTapRequest(kOpTapEnable, 2, "imic", 0);
-  e[14] = 1;
-  ASSERT_TRUE(control_.Exchange(&b, kWaitMs));
-  ASSERT_TRUE(control_.Exchange(&e, kWaitMs));
+  StartSim("", o);
+  BindAndEnable(2, "imic", 0, 20, 20);
   ASSERT_TRUE(WaitFor([&] { return Stats().faults.restarts >= 2; }));
   // The tap stays enabled and bound, so between restarts the stream resumes
   // on the recreated node; a restart may cut a try short, so try again.
@@ -170,8 +119,7 @@ TEST_F(DspsimFault, RestartCanKeepStateAndRepeatsPeriodically) {
   for (int attempt = 0; attempt < 50 && !got; ++attempt) {
     TapOutReader reader;
     ReadPacket p;
-    got = reader.Open(dir_.File("zch-lumx_tapout20")) && reader.Next(200, &p) &&
-          p.header.payloadSize == 960u;
+    got = reader.Open(dir_.File("zch-lumx_tapout20")) && reader.Next(200, &p) && p.header.payloadSize == 960u;
     if (!got) usleep(20000);
   }
   EXPECT_TRUE(got);
@@ -179,21 +127,10 @@ TEST_F(DspsimFault, RestartCanKeepStateAndRepeatsPeriodically) {
 
 // ---- data faults ------------------------------------------------------------------
 
-// Reads up to `n` packets, giving up when one takes longer than `ms`.
-std::vector<ReadPacket> ReadSome(TapOutReader* r, size_t n, int ms = kWaitMs) {
-  std::vector<ReadPacket> out;
-  while (out.size() < n) {
-    ReadPacket p;
-    if (!r->Next(ms, &p)) break;
-    out.push_back(std::move(p));
-  }
-  return out;
-}
-
 TEST_F(DspsimFault, SplitPacketsStillReassemble) {
   Options o;
   o.faults.splitRate = 1;
-  StartSim(o, kStreamingTable);
+  StartSim(kStreamingTable, o);
   TapOutReader r;
   ASSERT_TRUE(r.Open(dir_.File("zch-lumx_tapout21")));
   std::vector<ReadPacket> ps = ReadSome(&r, 8);
@@ -207,80 +144,56 @@ TEST_F(DspsimFault, SplitPacketsStillReassemble) {
   EXPECT_GE(Stats().faults.split, 8u);
 }
 
-TEST_F(DspsimFault, StaleBytesPrecedePackets) {
-  Options o;
-  o.faults.staleRate = 1;
-  StartSim(o, kStreamingTable);
-  TapOutReader r;
-  ASSERT_TRUE(r.Open(dir_.File("zch-lumx_tapout20")));
-  std::vector<ReadPacket> ps = ReadSome(&r, 5);
-  ASSERT_EQ(ps.size(), 5u);
-  EXPECT_GE(r.resyncs, 5u);
-  EXPECT_GE(r.skippedBytes, 5u * 64);
-  EXPECT_EQ(r.skippedBytes % 8, 0u);
-  EXPECT_GE(Stats().faults.stale, 5u);
+TEST_F(DspsimFault, StaleBytesAndMisalignedChunksPrecedePackets) {
+  for (bool stale : {true, false}) {
+    Options o;
+    (stale ? o.faults.staleRate : o.faults.misalignRate) = 1;
+    sim_.reset();
+    StartSim(kStreamingTable, o);
+    TapOutReader r;
+    ASSERT_TRUE(r.Open(dir_.File("zch-lumx_tapout20")));
+    ASSERT_EQ(ReadSome(&r, 5).size(), 5u);
+    // Stale runs are 64 bytes and keep 8-byte alignment; misaligned chunks are 12.
+    EXPECT_GE(r.skippedBytes, 5u * (stale ? 64 : 12));
+    EXPECT_EQ(r.skippedBytes % (stale ? 8 : 12), 0u);
+    bool odd = false;
+    for (size_t n : r.readSizes) odd = odd || n % 8 != 0;
+    if (!stale) EXPECT_TRUE(odd) << "some read is not a multiple of 8";
+    SimStats s = Stats();
+    EXPECT_GE(stale ? s.faults.stale : s.faults.misaligned, 5u);
+    if (stale) EXPECT_GE(r.resyncs, 5u);
+  }
 }
 
-TEST_F(DspsimFault, MisalignedChunksOf12Bytes) {
-  Options o;
-  o.faults.misalignRate = 1;
-  StartSim(o, kStreamingTable);
-  TapOutReader r;
-  ASSERT_TRUE(r.Open(dir_.File("zch-lumx_tapout20")));
-  std::vector<ReadPacket> ps = ReadSome(&r, 5);
-  ASSERT_EQ(ps.size(), 5u);
-  EXPECT_GE(r.skippedBytes, 5u * 12);
-  EXPECT_EQ(r.skippedBytes % 12, 0u);
-  bool odd = false;
-  for (size_t n : r.readSizes) odd = odd || n % 8 != 0;
-  EXPECT_TRUE(odd) << "some read is not a multiple of 8";
-  EXPECT_GE(Stats().faults.misaligned, 5u);
-}
-
-TEST_F(DspsimFault, BadVersionAndOversizeHeaders) {
-  Options o;
-  o.faults.badVersionRate = 1;
-  o.faults.oversizeRate = 1;
-  o.faults.tapOutFilter = {21};
-  StartSim(o, kStreamingTable);
-  TapOutReader clean, bad;
-  ASSERT_TRUE(clean.Open(dir_.File("zch-lumx_tapout20")));
-  ASSERT_TRUE(bad.Open(dir_.File("zch-lumx_tapout21")));
-  EXPECT_EQ(ReadSome(&clean, 5).size(), 5u) << "faults only where asked";
-  EXPECT_EQ(clean.badVersion, 0u);
-  EXPECT_TRUE(ReadSome(&bad, 1, 300).empty());
-  EXPECT_GE(bad.badVersion, 1u);
-  SimStats s = Stats();
-  EXPECT_GE(s.faults.badVersion, 1u);
-  EXPECT_GE(s.faults.oversize, 1u);
-  EXPECT_EQ(s.tapOuts[20].faultsInjected, 0u);
-  EXPECT_GE(s.tapOuts[21].faultsInjected, 2u);
-}
-
-TEST_F(DspsimFault, OversizeHeaderAnnounces65473Bytes) {
-  Options o;
-  o.faults.oversizeRate = 1;
-  StartSim(o, kStreamingTable);
-  TapOutReader r;
-  ASSERT_TRUE(r.Open(dir_.File("zch-lumx_tapout20")));
-  EXPECT_TRUE(ReadSome(&r, 1, 300).empty());
-  EXPECT_GE(r.oversize, 1u);
+TEST_F(DspsimFault, BadVersionAndOversizeHeadersOnlyWhereAsked) {
+  for (bool badVersion : {true, false}) {
+    Options o;
+    (badVersion ? o.faults.badVersionRate : o.faults.oversizeRate) = 1;
+    o.faults.tapOutFilter = {21};
+    sim_.reset();
+    StartSim(kStreamingTable, o);
+    TapOutReader clean, bad;
+    ASSERT_TRUE(clean.Open(dir_.File("zch-lumx_tapout20")));
+    ASSERT_TRUE(bad.Open(dir_.File("zch-lumx_tapout21")));
+    EXPECT_EQ(ReadSome(&clean, 5).size(), 5u) << "faults only where asked";
+    EXPECT_EQ(clean.badVersion + clean.oversize, 0u);
+    EXPECT_TRUE(ReadSome(&bad, 1, 300).empty());
+    EXPECT_GE(badVersion ? bad.badVersion : bad.oversize, 1u) << "oversize announces 65473 bytes";
+    SimStats s = Stats();
+    EXPECT_GE(badVersion ? s.faults.badVersion : s.faults.oversize, 1u);
+    EXPECT_EQ(s.tapOuts[20].faultsInjected, 0u);
+    EXPECT_GE(s.tapOuts[21].faultsInjected, 1u);
+  }
 }
 
 TEST_F(DspsimFault, PacketNumJumps) {
   Options o;
   o.faults.jumpRate = 1;
   o.faults.jumpBy = 7;
-  StartSim(o);
+  StartSim("", o);
   TapOutReader r;
   ASSERT_TRUE(r.Open(dir_.File("zch-lumx_tapout20")));
-  std::vector<uint8_t> b = MakeTapRequest(kOpTapBind, 2, "imic", 0);
-  b[16] = 20;
-  b[17] = 20;
-  ASSERT_TRUE(control_.Exchange(&b, kWaitMs));
-  std::vector<uint8_t> e = MakeTapRequest(kOpTapEnable, 2, "imic", 0);
-  e[14] = 1;
-  ASSERT_TRUE(control_.Exchange(&e, kWaitMs));
+  BindAndEnable(2, "imic", 0, 20, 20);
   std::vector<ReadPacket> ps = ReadSome(&r, 3);
   ASSERT_EQ(ps.size(), 3u);
   EXPECT_EQ(ps[0].header.packetNum, 8u);
@@ -292,15 +205,13 @@ TEST_F(DspsimFault, PauseStopsProductionWithoutGaps) {
   Options o;
   o.faults.pauseEverySec = 0.2;
   o.faults.pauseMs = 100;
-  StartSim(o, kStreamingTable);
+  StartSim(kStreamingTable, o);
   TapOutReader r;
   ASSERT_TRUE(r.Open(dir_.File("zch-lumx_tapout20")));
   // 40 packets are 400 ms of audio: at least one pause falls inside.
   std::vector<ReadPacket> ps = ReadSome(&r, 40);
   ASSERT_EQ(ps.size(), 40u);
-  for (size_t i = 1; i < ps.size(); ++i) {
-    EXPECT_EQ(ps[i].header.packetNum, ps[i - 1].header.packetNum + 1);
-  }
+  for (size_t i = 1; i < ps.size(); ++i) EXPECT_EQ(ps[i].header.packetNum, ps[i - 1].header.packetNum + 1);
   SimStats s = Stats();
   EXPECT_GE(s.faults.pauses, 1u);
   EXPECT_GE(s.faults.pausedPackets, 1u);

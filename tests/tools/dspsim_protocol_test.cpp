@@ -4,33 +4,25 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <memory>
+#include <algorithm>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "tests/tools/dspsim_test_util.h"
 #include "tools/lumx-dspsim/control_channel.h"
 #include "tools/lumx-dspsim/dsp_model.h"
-#include "tools/lumx-dspsim/sim_client.h"
-#include "tools/lumx-dspsim/sim_runner.h"
-#include "tools/lumx-dspsim/tap_table.h"
 
 namespace lumx::dspsim {
 namespace {
 
-std::vector<uint8_t> Answer(DspModel& m, const std::vector<uint8_t>& req,
-                            CommandOutcome* out = nullptr) {
+std::vector<uint8_t> Answer(DspModel& m, const std::vector<uint8_t>& req, CommandOutcome* out = nullptr) {
   std::vector<uint8_t> reply(req.size(), 0xEE);
   CommandOutcome o = m.Handle(req.data(), req.size(), reply.data());
   if (out != nullptr) *out = o;
   return reply;
 }
-
-std::vector<uint8_t> ListReq(uint8_t core, uint8_t page, uint8_t id = 0x33) {
-  std::vector<uint8_t> r = MakeRequest(kOpTapList, kTapListSize, id);
-  r[8] = core;
-  r[9] = page;
-  return r;
-}
+int16_t StatusOf(DspModel& m, const std::vector<uint8_t>& req) { return LoadI16(&Answer(m, req)[6]); }
 
 void ExpectHeader(const std::vector<uint8_t>& reply, uint8_t id, uint16_t opcode, int16_t status) {
   ASSERT_GE(reply.size(), kCmdHeaderSize);
@@ -43,35 +35,22 @@ void ExpectHeader(const std::vector<uint8_t>& reply, uint8_t id, uint16_t opcode
 
 // ---- tap table ---------------------------------------------------------------
 
-TEST(DspsimTapTable, DefaultTableCoversTheUseCasesAndPaging) {
+// Paging and channel counts of the built-in table are checked where they are
+// used (list pages, two-channel payloads).
+TEST(DspsimTapTable, DefaultTableCoversTheUseCasesDisabledAndUnbound) {
   std::vector<TapEntry> t = DefaultTapTable();
-  DspModel m(t);
-  auto has = [&](uint8_t core, const char* code, uint8_t index) {
-    for (const TapEntry& e : t) {
-      if (e.core == core && e.code == FourCc(code) && e.index == index) return true;
-    }
-    return false;
-  };
-  EXPECT_TRUE(has(2, "imic", 0));
-  EXPECT_TRUE(has(2, "sspk", 0));
-  EXPECT_TRUE(has(4, "vpdl", 0));
-  EXPECT_TRUE(has(4, "vpul", 1));
-  size_t per[5] = {};
-  bool twoChannel = false;
+  for (auto [core, code, index] : {std::tuple{2, "imic", 0}, {2, "sspk", 0}, {4, "vpdl", 0}, {4, "vpul", 1}}) {
+    EXPECT_TRUE(std::any_of(t.begin(), t.end(), [&, c = core, x = code, i = index](const TapEntry& e) {
+      return e.core == c && e.code == FourCc(x) && e.index == i;
+    })) << code;
+  }
   for (const TapEntry& e : t) {
-    ASSERT_LT(e.core, 5);
-    ++per[e.core];
     EXPECT_EQ(e.sampleRate, 48000u);
     EXPECT_EQ(e.bitsPerSample, 16);
     EXPECT_EQ(e.blockLength, 480u);
     EXPECT_FALSE(e.enabled);
     EXPECT_EQ(e.tapOut, kNoBuffer);
-    twoChannel = twoChannel || e.channels == 2;
   }
-  EXPECT_GT(per[2], 4u) << "one core must need a second list page";
-  EXPECT_EQ(per[4], 4u) << "one core must fill exactly one page";
-  EXPECT_GT(per[3], 0u);
-  EXPECT_TRUE(twoChannel);
 }
 
 TEST(DspsimTapTable, ParsesFieldsOptionsAndComments) {
@@ -181,14 +160,13 @@ TEST(DspsimModel, PagingEndsWithAZeroCode) {
   EXPECT_EQ(LoadI16(&empty[6]), 0);
   EXPECT_EQ(LoadU32(&empty[12]), 0u);
   EXPECT_EQ(LoadU16(&empty[10]), 0);
-  EXPECT_EQ(LoadI16(&Answer(m2, ListReq(7, 0))[6]), kStatusNoCore);
+  EXPECT_EQ(StatusOf(m2, ListReq(7, 0)), kStatusNoCore);
 }
 
 TEST(DspsimModel, InfoReplyLayoutAtEveryOffset) {
   std::vector<TapEntry> t;
   std::string err;
-  ASSERT_TRUE(
-      ParseTapTable("4 vpul.1 48000 960 2 16 enabled=1 extra=171 tapout=41 inject=40\n", &t, &err));
+  ASSERT_TRUE(ParseTapTable("4 vpul.1 48000 960 2 16 enabled=1 extra=171 tapout=41 inject=40\n", &t, &err));
   DspModel m(t);
   std::vector<uint8_t> req = MakeTapRequest(kOpTapInfo, 4, "vpul", 1, 0x99);
   req[15] = 0x42;  // the identifier's extra byte as the list gave it
@@ -196,55 +174,55 @@ TEST(DspsimModel, InfoReplyLayoutAtEveryOffset) {
   ASSERT_EQ(r.size(), 28u);
   ExpectHeader(r, 0x99, kOpTapInfo, 0);
   EXPECT_EQ(LoadU32(&r[8]), FourCc("vpul"));
-  EXPECT_EQ(r[12], 1);
-  EXPECT_EQ(r[13], 4);
-  EXPECT_EQ(r[14], 1);
-  EXPECT_EQ(r[15], 171);
-  EXPECT_EQ(LoadF32(&r[16]), 48000.0f);
-  EXPECT_EQ(LoadU32(&r[16]), 0x473B8000u) << "IEEE-754 single, little-endian";
+  EXPECT_EQ(LoadU32(&r[16]), 0x473B8000u) << "48000 as IEEE-754 single, little-endian";
   EXPECT_EQ(LoadU32(&r[20]), 960u);
-  EXPECT_EQ(r[24], 2);
-  EXPECT_EQ(r[25], 16);
-  EXPECT_EQ(r[26], 41);
-  EXPECT_EQ(r[27], 40);
+  for (auto [offset, value] : {std::pair{12, 1}, {13, 4}, {14, 1}, {15, 171}, {24, 2}, {25, 16}, {26, 41}, {27, 40}}) {
+    EXPECT_EQ(r[offset], value) << "offset " << offset;
+  }
 }
 
-TEST(DspsimModel, UnknownTapAndCore) {
+TEST(DspsimModel, UnknownTapCoreAndRefusedValues) {
   DspModel m(DefaultTapTable());
   CommandOutcome o;
   std::vector<uint8_t> r = Answer(m, MakeTapRequest(kOpTapInfo, 2, "nope", 0), &o);
-  EXPECT_EQ(LoadI16(&r[6]), kStatusNoTap);
   EXPECT_EQ(o.status, kStatusNoTap);
   EXPECT_EQ(r[26], 0xFF) << "refused requests come back unchanged";
-  EXPECT_EQ(LoadI16(&Answer(m, MakeTapRequest(kOpTapInfo, 2, "imic", 5))[6]), kStatusNoTap);
-  EXPECT_EQ(LoadI16(&Answer(m, MakeTapRequest(kOpTapInfo, 9, "imic", 0))[6]), kStatusNoCore);
-  EXPECT_EQ(LoadI16(&Answer(m, MakeTapRequest(kOpTapEnable, 3, "imic", 0))[6]), kStatusNoTap);
-  EXPECT_EQ(LoadI16(&Answer(m, MakeTapRequest(kOpTapBind, 1, "imic", 0))[6]), kStatusNoCore);
-  EXPECT_EQ(LoadI16(&Answer(m, MakeTapRequest(kOpTapSetBlockLen, 2, "imix", 0))[6]), kStatusNoTap);
+  const std::pair<std::vector<uint8_t>, int16_t> cases[] = {
+      {MakeTapRequest(kOpTapInfo, 2, "nope", 0), kStatusNoTap},
+      {MakeTapRequest(kOpTapInfo, 2, "imic", 5), kStatusNoTap},
+      {MakeTapRequest(kOpTapInfo, 9, "imic", 0), kStatusNoCore},
+      {EnableReq(3, "imic", 0, 1), kStatusNoTap},
+      {BindReq(1, "imic", 0, 20, 20), kStatusNoCore},
+      {BlockLenReq(2, "imix", 0, 480), kStatusNoTap},
+      {EnableReq(2, "imic", 0, 2), kStatusBadValue},
+      {BlockLenReq(2, "imic", 0, 0), kStatusBadValue},
+      {BlockLenReq(2, "imic", 0, 500), kStatusBadValue},
+      {BlockLenReq(2, "imic", 0, 0xFFFFFFFFu), kStatusBadValue},
+      {BlockLenReq(2, "imic", 0, 32640), kStatusOk},  // mono 16-bit: 65280 bytes fit
+      {BlockLenReq(2, "imic", 0, 33120), kStatusTooLarge},
+      {BlockLenReq(2, "sspk", 0, 16320), kStatusOk},
+      {BlockLenReq(2, "sspk", 0, 16800), kStatusTooLarge},
+  };
+  for (const auto& [req, status] : cases) {
+    EXPECT_EQ(StatusOf(m, req), status) << "opcode " << LoadU16(&req[4]) << " core " << int{req[13]};
+  }
+  EXPECT_EQ(LoadU32(&Answer(m, MakeTapRequest(kOpTapInfo, 2, "sspk", 0))[20]), 16320u)
+      << "a refused length leaves the last accepted one";
 }
 
 TEST(DspsimModel, EnableBindAndBlockLengthShowInInfoAndList) {
   DspModel m(DefaultTapTable());
   CommandOutcome o;
-  std::vector<uint8_t> en = MakeTapRequest(kOpTapEnable, 2, "imic", 0, 1);
-  en[14] = 1;
-  std::vector<uint8_t> r = Answer(m, en, &o);
-  ExpectHeader(r, 1, kOpTapEnable, 0);
-  EXPECT_EQ(r.size(), 16u);
-  EXPECT_TRUE(o.changed);
-
-  std::vector<uint8_t> bind = MakeTapRequest(kOpTapBind, 2, "imic", 0, 2);
-  bind[16] = 20;
-  bind[17] = 21;
-  r = Answer(m, bind);
-  ExpectHeader(r, 2, kOpTapBind, 0);
-  EXPECT_EQ(r.size(), 18u);
-
-  std::vector<uint8_t> bl = MakeTapRequest(kOpTapSetBlockLen, 2, "imic", 0, 3);
-  StoreU32(&bl[16], 4800);
-  r = Answer(m, bl);
-  ExpectHeader(r, 3, kOpTapSetBlockLen, 0);
-  EXPECT_EQ(r.size(), 20u);
+  std::vector<uint8_t> en = EnableReq(2, "imic", 0, 1, 1), bind = BindReq(2, "imic", 0, 20, 21, 2),
+                       bl = BlockLenReq(2, "imic", 0, 4800, 3);
+  uint8_t id = 1;
+  for (auto [req, opcode, size] : {std::tuple{&en, kOpTapEnable, 16u}, {&bind, kOpTapBind, 18u},
+                                   {&bl, kOpTapSetBlockLen, 20u}}) {
+    std::vector<uint8_t> r = Answer(m, *req, &o);
+    EXPECT_EQ(r.size(), size);
+    ExpectHeader(r, id++, opcode, 0);
+    EXPECT_TRUE(o.changed) << opcode;
+  }
 
   // These three replies echo the request byte for byte, status aside.
   for (const std::vector<uint8_t>* req : {&en, &bind, &bl}) {
@@ -256,10 +234,9 @@ TEST(DspsimModel, EnableBindAndBlockLengthShowInInfoAndList) {
     }
     EXPECT_EQ(LoadI16(&rep[6]), kStatusNoCore);
   }
-  std::vector<uint8_t> okEcho = Answer(m, bind);
   std::vector<uint8_t> expect = bind;
   expect[6] = expect[7] = 0;
-  EXPECT_EQ(okEcho, expect);
+  EXPECT_EQ(Answer(m, bind), expect);
 
   std::vector<uint8_t> info = Answer(m, MakeTapRequest(kOpTapInfo, 2, "imic", 0));
   EXPECT_EQ(info[14], 1);
@@ -283,14 +260,8 @@ TEST(DspsimModel, EnableBindAndBlockLengthShowInInfoAndList) {
 
 TEST(DspsimModel, BindingABufferTakesItFromTheOtherTap) {
   DspModel m(DefaultTapTable());
-  std::vector<uint8_t> a = MakeTapRequest(kOpTapBind, 2, "imic", 0);
-  a[16] = 20;
-  a[17] = 20;
-  Answer(m, a);
-  std::vector<uint8_t> b = MakeTapRequest(kOpTapBind, 2, "sspk", 0);
-  b[16] = 20;
-  b[17] = 0xFF;
-  Answer(m, b);
+  Answer(m, BindReq(2, "imic", 0, 20, 20));
+  Answer(m, BindReq(2, "sspk", 0, 20, 0xFF));
   std::vector<uint8_t> ia = Answer(m, MakeTapRequest(kOpTapInfo, 2, "imic", 0));
   EXPECT_EQ(ia[26], 0xFF) << "tap-out 20 moved to sspk.0";
   EXPECT_EQ(ia[27], 20) << "inject 20 stays";
@@ -300,40 +271,18 @@ TEST(DspsimModel, BindingABufferTakesItFromTheOtherTap) {
   EXPECT_EQ(m.FindByInject(20)->code, FourCc("imic"));
 }
 
-TEST(DspsimModel, RefusedValues) {
-  DspModel m(DefaultTapTable());
-  std::vector<uint8_t> en = MakeTapRequest(kOpTapEnable, 2, "imic", 0);
-  en[14] = 2;
-  EXPECT_EQ(LoadI16(&Answer(m, en)[6]), kStatusBadValue);
-  auto setLen = [&](const char* code, uint32_t len) {
-    std::vector<uint8_t> r = MakeTapRequest(kOpTapSetBlockLen, 2, code, 0);
-    StoreU32(&r[16], len);
-    return LoadI16(&Answer(m, r)[6]);
-  };
-  EXPECT_EQ(setLen("imic", 0), kStatusBadValue);
-  EXPECT_EQ(setLen("imic", 500), kStatusBadValue);
-  EXPECT_EQ(setLen("imic", 0xFFFFFFFFu), kStatusBadValue);
-  EXPECT_EQ(setLen("imic", 32640), kStatusOk) << "mono 16-bit: 65280 bytes fit";
-  EXPECT_EQ(setLen("imic", 33120), kStatusTooLarge);
-  EXPECT_EQ(setLen("sspk", 16320), kStatusOk);
-  EXPECT_EQ(setLen("sspk", 16800), kStatusTooLarge);
-  EXPECT_EQ(LoadU32(&Answer(m, MakeTapRequest(kOpTapInfo, 2, "sspk", 0))[20]), 16320u)
-      << "a refused length leaves the last accepted one";
-}
-
 TEST(DspsimModel, WrongSizesUnknownOpcodesAndShortMessages) {
   DspModel m(DefaultTapTable());
   CommandOutcome o;
   // An enable of 20 bytes: replied with 20 bytes and EMSGSIZE.
-  std::vector<uint8_t> big = MakeRequest(kOpTapEnable, 20, 4);
-  std::vector<uint8_t> r = Answer(m, big, &o);
+  std::vector<uint8_t> r = Answer(m, MakeRequest(kOpTapEnable, 20, 4), &o);
   ASSERT_EQ(r.size(), 20u);
   ExpectHeader(r, 4, kOpTapEnable, kStatusBadSize);
   EXPECT_TRUE(o.knownOpcode);
   // Right length, but the size field disagrees.
   std::vector<uint8_t> lie = MakeTapRequest(kOpTapInfo, 2, "imic", 0);
   StoreU16(&lie[2], 44);
-  EXPECT_EQ(LoadI16(&Answer(m, lie)[6]), kStatusBadSize);
+  EXPECT_EQ(StatusOf(m, lie), kStatusBadSize);
   // Unknown opcode of any size.
   r = Answer(m, MakeRequest(300, 12, 5), &o);
   ASSERT_EQ(r.size(), 12u);
@@ -341,99 +290,66 @@ TEST(DspsimModel, WrongSizesUnknownOpcodesAndShortMessages) {
   EXPECT_FALSE(o.knownOpcode);
   // Fewer than 8 bytes: echoed, nothing else.
   std::vector<uint8_t> tiny = {1, 2, 3, 4, 5};
-  r = Answer(m, tiny, &o);
-  EXPECT_EQ(r, tiny);
+  EXPECT_EQ(Answer(m, tiny, &o), tiny);
   EXPECT_FALSE(o.hasHeader);
 }
 
 // ---- framing -------------------------------------------------------------------
 
 TEST(DspsimFraming, SplitsOnlyWhereSizeFieldsChain) {
-  std::vector<uint8_t> a = MakeRequest(kOpTapEnable, 16);
-  std::vector<uint8_t> b = MakeRequest(kOpTapList, 44);
-  std::vector<uint8_t> both = a;
-  both.insert(both.end(), b.begin(), b.end());
-  std::vector<std::pair<size_t, size_t>> spans;
-  EXPECT_EQ(FrameRequests(both.data(), both.size(), false, &spans), 60u);
-  ASSERT_EQ(spans.size(), 2u);
-  EXPECT_EQ(spans[0], std::make_pair(size_t{0}, size_t{16}));
-  EXPECT_EQ(spans[1], std::make_pair(size_t{16}, size_t{44}));
-
-  // A size field that leaves 4 stray bytes: one 20-byte message.
+  auto join = [](std::vector<uint8_t> x, const std::vector<uint8_t>& y, size_t ylen) {
+    x.insert(x.end(), y.begin(), y.begin() + static_cast<std::ptrdiff_t>(ylen));
+    return x;
+  };
+  std::vector<uint8_t> a = MakeRequest(kOpTapEnable, 16), b = MakeRequest(kOpTapList, 44);
   std::vector<uint8_t> odd = MakeRequest(kOpTapEnable, 20);
   StoreU16(&odd[2], 16);
-  spans.clear();
-  EXPECT_EQ(FrameRequests(odd.data(), odd.size(), false, &spans), 20u);
-  ASSERT_EQ(spans.size(), 1u);
-  EXPECT_EQ(spans[0].second, 20u);
-
-  // A request still arriving waits, unless this is the final call.
-  spans.clear();
-  EXPECT_EQ(FrameRequests(b.data(), 30, false, &spans), 0u);
-  EXPECT_TRUE(spans.empty());
-  EXPECT_EQ(FrameRequests(b.data(), 5, false, &spans), 0u);
-  EXPECT_EQ(FrameRequests(b.data(), 30, true, &spans), 30u);
-  ASSERT_EQ(spans.size(), 1u);
-  EXPECT_EQ(spans[0].second, 30u);
-
-  // A whole request followed by part of another: not a chain, one message.
-  std::vector<uint8_t> partial = a;
-  partial.insert(partial.end(), b.begin(), b.begin() + 20);
-  spans.clear();
-  EXPECT_EQ(FrameRequests(partial.data(), partial.size(), false, &spans), 36u);
-  ASSERT_EQ(spans.size(), 1u);
-  EXPECT_EQ(spans[0].second, 36u);
+  using Spans = std::vector<std::pair<size_t, size_t>>;
+  struct Case {
+    const char* what;
+    std::vector<uint8_t> bytes;
+    bool final;
+    size_t consumed;
+    Spans spans;
+  } cases[] = {
+      {"two chained requests", join(a, b, 44), false, 60, {{0, 16}, {16, 44}}},
+      {"a size field leaving 4 stray bytes", odd, false, 20, {{0, 20}}},
+      {"a request still arriving waits", join({}, b, 30), false, 0, {}},
+      {"even its header", join({}, b, 5), false, 0, {}},
+      {"unless this is the final call", join({}, b, 30), true, 30, {{0, 30}}},
+      {"a whole request and part of another", join(a, b, 20), false, 36, {{0, 36}}},
+  };
+  for (const Case& c : cases) {
+    Spans spans;
+    EXPECT_EQ(FrameRequests(c.bytes.data(), c.bytes.size(), c.final, &spans), c.consumed) << c.what;
+    EXPECT_EQ(spans, c.spans) << c.what;
+  }
 }
 
 // ---- the control node, as the daemon uses it --------------------------------
 
-class DspsimControlNode : public ::testing::Test {
+class DspsimControlNode : public SimTest {
  protected:
-  void SetUp() override {
-    ASSERT_FALSE(dir_.path().empty());
-    Options o;
-    o.devRoot = dir_.path();
-    o.statsPath.clear();
-    sim_ = std::make_unique<SimThread>(o);
-    std::string err;
-    ASSERT_TRUE(sim_->Start(&err)) << err;
-    ASSERT_TRUE(client_.Open(dir_.File("zch-lumx_control")));
-  }
-
-  TempDir dir_;
-  std::unique_ptr<SimThread> sim_;
-  ControlClient client_;
+  void SetUp() override { StartSim(); }
 };
 
-TEST_F(DspsimControlNode, CreatesTheDriverNodes) {
-  for (const char* n : {"lum", "zch-lumx_control", "zch-lumx_tapout20", "zch-lumx_tapout21",
-                        "zch-lumx_tapout40", "zch-lumx_tapout41", "zch-lumx_inject20",
-                        "zch-lumx_inject21", "zch-lumx_inject40", "zch-lumx_inject41"}) {
-    EXPECT_EQ(access(dir_.File(n).c_str(), F_OK), 0) << n;
+TEST_F(DspsimControlNode, EveryOpcodeAndErrorRoundTripsAtTheRequestSize) {
+  std::vector<uint8_t> info = MakeTapRequest(kOpTapInfo, 2, "imic", 0, 14), list = ListReq(2, 0, 13);
+  std::vector<uint8_t> msgs[] = {EnableReq(2, "imic", 0, 1, 10), BindReq(2, "imic", 0, 20, 20, 11),
+                                 BlockLenReq(2, "imic", 0, 960, 12), MakeRequest(kOpTapInfo, 20, 7),
+                                 MakeRequest(0x1234, 24, 8), EnableReq(2, "zzzz", 0, 1, 9)};
+  const int16_t statuses[] = {0, 0, 0, kStatusBadSize, kStatusBadOpcode, kStatusNoTap};
+  for (size_t k = 0; k < 6; ++k) {
+    uint16_t opcode = LoadU16(&msgs[k][4]);
+    size_t size = msgs[k].size();
+    uint8_t id = msgs[k][1];
+    ASSERT_TRUE(control_.Exchange(&msgs[k], kWaitMs)) << "no reply to opcode " << opcode;
+    ASSERT_EQ(msgs[k].size(), size);
+    ExpectHeader(msgs[k], id, opcode, statuses[k]);
   }
-  sim_->Stop();
-  for (const char* n : {"lum", "zch-lumx_control", "zch-lumx_tapout20", "zch-lumx_inject41"}) {
-    EXPECT_NE(access(dir_.File(n).c_str(), F_OK), 0) << n << " left behind";
-  }
-}
-
-TEST_F(DspsimControlNode, EveryOpcodeRoundTripsWithOneReadOfTheRequestSize) {
-  std::vector<uint8_t> en = MakeTapRequest(kOpTapEnable, 2, "imic", 0, 10);
-  en[14] = 1;
-  std::vector<uint8_t> bind = MakeTapRequest(kOpTapBind, 2, "imic", 0, 11);
-  bind[16] = 20;
-  bind[17] = 20;
-  std::vector<uint8_t> bl = MakeTapRequest(kOpTapSetBlockLen, 2, "imic", 0, 12);
-  StoreU32(&bl[16], 960);
-  std::vector<uint8_t> list = ListReq(2, 0, 13);
-  std::vector<uint8_t> info = MakeTapRequest(kOpTapInfo, 2, "imic", 0, 14);
-  uint8_t id = 10;
-  for (std::vector<uint8_t>* m : {&en, &bind, &bl, &list, &info}) {
-    uint16_t opcode = LoadU16(&(*m)[4]);
-    size_t size = m->size();
-    ASSERT_TRUE(client_.Exchange(m, 5000)) << "no reply to opcode " << opcode;
-    ASSERT_EQ(m->size(), size);
-    ExpectHeader(*m, id++, opcode, 0);
+  for (std::vector<uint8_t>* m : {&list, &info}) {
+    ASSERT_TRUE(control_.Exchange(m, kWaitMs));
+    EXPECT_EQ(LoadI16(&(*m)[6]), 0);
   }
   EXPECT_EQ(info[14], 1);
   EXPECT_EQ(LoadU32(&info[20]), 960u);
@@ -441,52 +357,44 @@ TEST_F(DspsimControlNode, EveryOpcodeRoundTripsWithOneReadOfTheRequestSize) {
   EXPECT_EQ(info[27], 20);
   EXPECT_EQ(list[12 + 6], 1);
 
-  SimStats s = sim_->sim().Snapshot();
+  SimStats s = Stats();
   for (uint16_t op : {kOpTapEnable, kOpTapBind, kOpTapList, kOpTapInfo, kOpTapSetBlockLen}) {
-    EXPECT_EQ(s.commands[op].count, 1u) << op;
     EXPECT_EQ(s.commands[op].statuses[0], 1u) << op;
   }
-}
-
-TEST_F(DspsimControlNode, ErrorRepliesComeBackAtTheRequestSize) {
-  std::vector<uint8_t> bad = MakeRequest(kOpTapInfo, 20, 7);
-  ASSERT_TRUE(client_.Exchange(&bad, 5000));
-  ExpectHeader(bad, 7, kOpTapInfo, kStatusBadSize);
-  std::vector<uint8_t> unknown = MakeRequest(0x1234, 24, 8);
-  ASSERT_TRUE(client_.Exchange(&unknown, 5000));
-  ExpectHeader(unknown, 8, 0x1234, kStatusBadOpcode);
-  std::vector<uint8_t> missing = MakeTapRequest(kOpTapEnable, 2, "zzzz", 0, 9);
-  ASSERT_TRUE(client_.Exchange(&missing, 5000));
-  ExpectHeader(missing, 9, kOpTapEnable, kStatusNoTap);
-  SimStats s = sim_->sim().Snapshot();
+  EXPECT_EQ(s.commands[kOpTapEnable].count, 2u);
   EXPECT_EQ(s.commands[kOpTapInfo].statuses[kStatusBadSize], 1u);
   EXPECT_EQ(s.commands[0x1234].statuses[kStatusBadOpcode], 1u);
   EXPECT_EQ(s.commands[kOpTapEnable].statuses[kStatusNoTap], 1u);
 }
 
 TEST_F(DspsimControlNode, BackToBackRequestsInOneWriteGetTwoReplies) {
-  std::vector<uint8_t> a = MakeTapRequest(kOpTapInfo, 2, "imic", 0, 1);
+  std::vector<uint8_t> both = MakeTapRequest(kOpTapInfo, 2, "imic", 0, 1);
   std::vector<uint8_t> b = MakeTapRequest(kOpTapInfo, 4, "vpdl", 0, 2);
-  std::vector<uint8_t> both = a;
   both.insert(both.end(), b.begin(), b.end());
-  ASSERT_TRUE(client_.Send(both));
+  ASSERT_TRUE(control_.Send(both));
   std::vector<uint8_t> r1, r2;
-  ASSERT_TRUE(client_.Receive(28, 5000, &r1));
-  ASSERT_TRUE(client_.Receive(28, 5000, &r2));
+  ASSERT_TRUE(control_.Receive(28, kWaitMs, &r1));
+  ASSERT_TRUE(control_.Receive(28, kWaitMs, &r2));
   EXPECT_EQ(r1[1], 1);
   EXPECT_EQ(LoadU32(&r1[8]), FourCc("imic"));
   EXPECT_EQ(r2[1], 2);
   EXPECT_EQ(LoadU32(&r2[8]), FourCc("vpdl"));
 }
 
-TEST_F(DspsimControlNode, AClientThatReopensKeepsWorking) {
+TEST_F(DspsimControlNode, ReopenedClientsKeepWorkingAndStopRemovesTheNodes) {
   for (int round = 0; round < 3; ++round) {
-    client_.Close();
-    ASSERT_TRUE(client_.Open(dir_.File("zch-lumx_control")));
+    control_.Close();
+    ASSERT_TRUE(control_.Open(dir_.File("zch-lumx_control")));
     std::vector<uint8_t> m = ListReq(3, 0, static_cast<uint8_t>(round));
-    ASSERT_TRUE(client_.Exchange(&m, 5000)) << round;
+    ASSERT_TRUE(control_.Exchange(&m, kWaitMs)) << round;
     EXPECT_EQ(LoadU16(&m[10]), 2) << round;
   }
+  const char* nodes[] = {"lum", "zch-lumx_control", "zch-lumx_tapout20", "zch-lumx_tapout21",
+                         "zch-lumx_tapout40", "zch-lumx_tapout41", "zch-lumx_inject20",
+                         "zch-lumx_inject21", "zch-lumx_inject40", "zch-lumx_inject41"};
+  for (const char* n : nodes) EXPECT_TRUE(Exists(n)) << n;
+  sim_->Stop();
+  for (const char* n : nodes) EXPECT_FALSE(Exists(n)) << n << " left behind";
 }
 
 }  // namespace

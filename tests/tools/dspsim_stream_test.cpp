@@ -4,37 +4,20 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sndfile.h>
-#include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
-#include <cmath>
 #include <cstring>
-#include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "tests/tools/dspsim_test_util.h"
 #include "tools/lumx-dspsim/audio_layout.h"
 #include "tools/lumx-dspsim/data_nodes.h"
 #include "tools/lumx-dspsim/latency_histogram.h"
 #include "tools/lumx-dspsim/packet_parser.h"
-#include "tools/lumx-dspsim/sim_client.h"
-#include "tools/lumx-dspsim/sim_runner.h"
 
 namespace lumx::dspsim {
 namespace {
-
-constexpr int kWaitMs = 10000;  // generous: the machine may be loaded
-
-// Polls `done` every 10 ms for up to kWaitMs.
-bool WaitFor(const std::function<bool()>& done) {
-  for (int i = 0; i < kWaitMs / 10; ++i) {
-    if (done()) return true;
-    usleep(10000);
-  }
-  return done();
-}
 
 std::vector<uint8_t> PacketBytes(const PacketHeader& h, const std::vector<uint8_t>& payload) {
   std::vector<uint8_t> out(kPacketHeaderSize + payload.size());
@@ -47,49 +30,32 @@ bool WriteAll(int fd, const std::vector<uint8_t>& bytes) {
   return write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
 }
 
-class DspsimStream : public ::testing::Test {
- protected:
-  // Starts the simulator; `table` replaces the built-in tap table if given.
-  void StartSim(const std::string& table = "", Options o = Options()) {
-    ASSERT_FALSE(dir_.path().empty());
-    o.devRoot = dir_.path();
-    o.statsPath.clear();
-    if (!table.empty()) {
-      std::string err;
-      ASSERT_TRUE(ParseTapTable(table, &o.taps, &err)) << err;
-    }
-    sim_ = std::make_unique<SimThread>(o);
-    std::string err;
-    ASSERT_TRUE(sim_->Start(&err)) << err;
-    ASSERT_TRUE(control_.Open(dir_.File("zch-lumx_control")));
-  }
+using DspsimStream = SimTest;
 
-  void Command(std::vector<uint8_t> req) {
-    ASSERT_TRUE(control_.Exchange(&req, kWaitMs));
-    ASSERT_EQ(LoadI16(&req[6]), 0) << "opcode " << LoadU16(&req[4]);
-  }
-  void BindAndEnable(uint8_t core, const char* code, uint8_t index, uint8_t out, uint8_t in) {
-    std::vector<uint8_t> b = MakeTapRequest(kOpTapBind, core, code, index);
-    b[16] = out;
-    b[17] = in;
-    Command(b);
-    std::vector<uint8_t> e = MakeTapRequest(kOpTapEnable, core, code, index);
-    e[14] = 1;
-    Command(e);
-  }
-  SimStats Stats() { return sim_->sim().Snapshot(); }
+TEST_F(DspsimStream, SourcePacketsAreWellFormedAndLoopBackWithLatency) {
+  // A 700-sample ramp played in a loop on imic.0.
+  std::string wav = dir_.File("ramp.wav");
+  SF_INFO info{};
+  info.samplerate = 48000;
+  info.channels = 1;
+  info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+  SNDFILE* f = sf_open(wav.c_str(), SFM_WRITE, &info);
+  ASSERT_NE(f, nullptr);
+  std::vector<short> ramp(700);
+  for (int i = 0; i < 700; ++i) ramp[i] = static_cast<short>(i * 3 - 1000);
+  ASSERT_EQ(sf_writef_short(f, ramp.data(), 700), 700);
+  sf_close(f);
+  Options o;
+  o.sources["imic.0"] = wav;
+  StartSim("", o);
 
-  TempDir dir_;
-  std::unique_ptr<SimThread> sim_;
-  ControlClient control_;
-};
-
-TEST_F(DspsimStream, PacketsAreWellFormedAndNumberedFromOne) {
-  StartSim();
   TapOutReader reader;
   ASSERT_TRUE(reader.Open(dir_.File("zch-lumx_tapout20")));
+  lumx::unique_fd inject(open(dir_.File("zch-lumx_inject20").c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_TRUE(inject.ok());
   int64_t before = MonotonicNowNs();
   BindAndEnable(2, "imic", 0, 20, 20);
+  size_t sample = 0;
   for (uint32_t n = 1; n <= 20; ++n) {
     ReadPacket p;
     ASSERT_TRUE(reader.Next(kWaitMs, &p)) << "packet " << n;
@@ -106,14 +72,27 @@ TEST_F(DspsimStream, PacketsAreWellFormedAndNumberedFromOne) {
     int64_t stamp = static_cast<int64_t>(LoadU64(&h[8]));
     EXPECT_GE(stamp, before) << "opaque word is the send time";
     EXPECT_LE(stamp, MonotonicNowNs());
-    EXPECT_EQ(p.payload.size(), 960u);
+    ASSERT_EQ(p.payload.size(), 960u);
+    for (size_t i = 0; i < 480; ++i, ++sample) {
+      ASSERT_EQ(static_cast<int16_t>(LoadU16(&p.payload[2 * i])), ramp[sample % 700]) << "sample " << sample;
+    }
+    ASSERT_TRUE(WriteAll(inject.get(), PacketBytes(p.header, p.payload)));
   }
   EXPECT_EQ(reader.resyncs, 0u);
   // The counter follows the write that delivered the packet.
-  EXPECT_TRUE(WaitFor([&] { return Stats().tapOuts[20].packetsSent >= 20; }));
+  ASSERT_TRUE(WaitFor([&] { return Stats().tapOuts[20].packetsSent >= 20; }));
+  ASSERT_TRUE(WaitFor([&] { return Stats().injects[20].packetsReceived == 20; }));
   SimStats s = Stats();
   EXPECT_EQ(s.tapOuts[20].tap, "2:imic.0");
   EXPECT_EQ(s.tapOuts[21].packetsSent, 0u) << "nothing bound to 21";
+  const InjectStats& in = s.injects[20];
+  EXPECT_EQ(in.gaps, 0u);
+  EXPECT_EQ(in.errors(), 0u);
+  EXPECT_EQ(in.unstamped, 0u);
+  EXPECT_EQ(in.bytesReceived, 20u * (64 + 960));
+  EXPECT_EQ(in.latencyUs.count(), 20u);
+  EXPECT_GE(in.latencyUs.max(), in.latencyUs.Quantile(0.99));
+  EXPECT_GE(in.latencyUs.Quantile(0.99), in.latencyUs.Quantile(0.5));
 }
 
 TEST_F(DspsimStream, TwoChannelPayloadHoldsChannelBlocksPerFrame) {
@@ -151,9 +130,7 @@ TEST_F(DspsimStream, BlockLengthChangeResizesPacketsWithoutAGap) {
   ASSERT_TRUE(reader.Next(kWaitMs, &p));
   EXPECT_EQ(p.header.payloadSize, 960u);
   uint32_t last = p.header.packetNum;
-  std::vector<uint8_t> bl = MakeTapRequest(kOpTapSetBlockLen, 4, "vpdl", 0);
-  StoreU32(&bl[16], 4800);
-  Command(bl);
+  Command(BlockLenReq(4, "vpdl", 0, 4800));
   bool resized = false;
   for (int n = 0; n < 200 && !resized; ++n) {
     ASSERT_TRUE(reader.Next(kWaitMs, &p));
@@ -182,54 +159,6 @@ TEST_F(DspsimStream, UnreadNodeDropsPacketsQuietlyUntilOpened) {
   EXPECT_EQ(reader.resyncs, 0u) << "no stale bytes from before the open";
 }
 
-TEST_F(DspsimStream, ReaderThatLeavesAndComesBackSeesNoLeftovers) {
-  StartSim("2 imic.0 48000 480 1 16 enabled=1 tapout=20\n");
-  {
-    TapOutReader first;
-    ASSERT_TRUE(first.Open(dir_.File("zch-lumx_tapout20")));
-    ReadPacket p;
-    ASSERT_TRUE(first.Next(kWaitMs, &p));
-    // Leave packets unread in the pipe, then go away.
-    uint64_t sent = Stats().tapOuts[20].packetsSent;
-    ASSERT_TRUE(WaitFor([&] { return Stats().tapOuts[20].packetsSent >= sent + 3; }));
-  }
-  uint64_t dropped = Stats().tapOuts[20].droppedNoReader;
-  ASSERT_TRUE(WaitFor([&] { return Stats().tapOuts[20].droppedNoReader > dropped; }));
-  TapOutStats atDrop = Stats().tapOuts[20];
-  uint64_t made = atDrop.packetsSent + atDrop.droppedNoReader + atDrop.droppedBusy;
-  TapOutReader second;
-  ASSERT_TRUE(second.Open(dir_.File("zch-lumx_tapout20")));
-  ReadPacket p, q;
-  ASSERT_TRUE(second.Next(kWaitMs, &p));
-  ASSERT_TRUE(second.Next(kWaitMs, &q));
-  EXPECT_GT(p.header.packetNum, made) << "the first packet read is a fresh one";
-  EXPECT_EQ(q.header.packetNum, p.header.packetNum + 1);
-  EXPECT_EQ(second.resyncs, 0u);
-}
-
-TEST_F(DspsimStream, LoopbackYieldsRoundTripLatency) {
-  StartSim();
-  TapOutReader reader;
-  ASSERT_TRUE(reader.Open(dir_.File("zch-lumx_tapout20")));
-  lumx::unique_fd inject(open(dir_.File("zch-lumx_inject20").c_str(), O_WRONLY | O_CLOEXEC));
-  ASSERT_TRUE(inject.ok());
-  BindAndEnable(2, "imic", 0, 20, 20);
-  for (int n = 0; n < 30; ++n) {
-    ReadPacket p;
-    ASSERT_TRUE(reader.Next(kWaitMs, &p));
-    ASSERT_TRUE(WriteAll(inject.get(), PacketBytes(p.header, p.payload)));
-  }
-  ASSERT_TRUE(WaitFor([&] { return Stats().injects[20].packetsReceived == 30; }));
-  InjectStats s = Stats().injects[20];
-  EXPECT_EQ(s.gaps, 0u);
-  EXPECT_EQ(s.errors(), 0u);
-  EXPECT_EQ(s.unstamped, 0u);
-  EXPECT_EQ(s.bytesReceived, 30u * (64 + 960));
-  EXPECT_EQ(s.latencyUs.count(), 30u);
-  EXPECT_GE(s.latencyUs.max(), s.latencyUs.Quantile(0.99));
-  EXPECT_GE(s.latencyUs.Quantile(0.99), s.latencyUs.Quantile(0.5));
-}
-
 TEST_F(DspsimStream, InjectCountsGapsAndEveryKindOfBadInput) {
   StartSim("2 imic.0 48000 480 1 16 inject=20\n");
   lumx::unique_fd inject(open(dir_.File("zch-lumx_inject20").c_str(), O_WRONLY | O_CLOEXEC));
@@ -240,35 +169,32 @@ TEST_F(DspsimStream, InjectCountsGapsAndEveryKindOfBadInput) {
   h.bytesPerSample = 2;
   h.payloadSize = 960;
   h.opaque = static_cast<uint64_t>(MonotonicNowNs());
-  std::vector<uint8_t> payload(960, 0);
   std::vector<uint8_t> stream;
-  auto add = [&](const PacketHeader& x) {
-    std::vector<uint8_t> b = PacketBytes(x, payload);
+  auto add = [&](const PacketHeader& x, size_t payload = 960) {
+    std::vector<uint8_t> b = PacketBytes(x, std::vector<uint8_t>(payload, 0));
     stream.insert(stream.end(), b.begin(), b.end());
   };
-  h.packetNum = 1;
-  add(h);
-  h.packetNum = 2;
-  add(h);
-  h.packetNum = 5;  // gap: 3 and 4 lost
-  add(h);
+  auto numbered = [&](uint32_t n) {
+    PacketHeader x = h;
+    x.packetNum = n;
+    return x;
+  };
+  add(numbered(1));
+  add(numbered(2));
+  add(numbered(5));  // gap: 3 and 4 lost
   stream.insert(stream.end(), 24, 0x11);  // junk
-  PacketHeader v2 = h;
-  v2.version = 2;
-  add(v2);
-  PacketHeader big = h;
-  big.payloadSize = 65473;
-  std::vector<uint8_t> bigHdr(64);
-  EncodePacketHeader(big, bigHdr.data());
-  stream.insert(stream.end(), bigHdr.begin(), bigHdr.end());
-  PacketHeader other = h;
-  other.packetNum = 6;
-  other.sampleRate = 16000;  // not the bound tap's format
-  add(other);
-  PacketHeader unstamped = h;
-  unstamped.packetNum = 7;
-  unstamped.opaque = 12345;
-  add(unstamped);
+  PacketHeader x = numbered(5);
+  x.version = 2;
+  add(x);
+  x = numbered(5);
+  x.payloadSize = 65473;
+  add(x, 0);
+  x = numbered(6);
+  x.sampleRate = 16000;  // not the bound tap's format
+  add(x);
+  x = numbered(7);
+  x.opaque = 12345;  // not a send time
+  add(x);
   // Dribble it in uneven pieces, as a writer may.
   for (size_t off = 0; off < stream.size();) {
     size_t n = std::min<size_t>(stream.size() - off, 1 + (off % 700));
@@ -314,8 +240,7 @@ TEST_F(DspsimStream, RecordWritesInjectedAudioInterleaved) {
   }
   ASSERT_TRUE(WaitFor([&] { return Stats().injects[21].recordedFrames == 1440; }));
   sim_->Stop();  // closes the file
-  SF_INFO info;
-  std::memset(&info, 0, sizeof info);
+  SF_INFO info{};
   SNDFILE* f = sf_open(wav.c_str(), SFM_READ, &info);
   ASSERT_NE(f, nullptr);
   EXPECT_EQ(info.samplerate, 48000);
@@ -325,43 +250,9 @@ TEST_F(DspsimStream, RecordWritesInjectedAudioInterleaved) {
   std::vector<short> pcm(1440 * 2);
   EXPECT_EQ(sf_readf_short(f, pcm.data(), 1440), 1440);
   sf_close(f);
-  EXPECT_EQ(pcm[0], 1000);
-  EXPECT_EQ(pcm[1], -1000);
-  EXPECT_EQ(pcm[2 * 479], 1479);
-  EXPECT_EQ(pcm[2 * 479 + 1], -1479);
-  EXPECT_EQ(pcm[2 * 480], 2000);
-  EXPECT_EQ(pcm[2 * 1439 + 1], -3479);
-}
-
-TEST_F(DspsimStream, SourceFileIsPlayedLooped) {
-  std::string wav = dir_.File("ramp.wav");
-  SF_INFO info;
-  std::memset(&info, 0, sizeof info);
-  info.samplerate = 48000;
-  info.channels = 1;
-  info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-  SNDFILE* f = sf_open(wav.c_str(), SFM_WRITE, &info);
-  ASSERT_NE(f, nullptr);
-  std::vector<short> ramp(700);
-  for (int i = 0; i < 700; ++i) ramp[i] = static_cast<short>(i * 3 - 1000);
-  ASSERT_EQ(sf_writef_short(f, ramp.data(), 700), 700);
-  sf_close(f);
-
-  Options o;
-  o.sources["imic.0"] = wav;
-  StartSim("", o);
-  TapOutReader reader;
-  ASSERT_TRUE(reader.Open(dir_.File("zch-lumx_tapout20")));
-  BindAndEnable(2, "imic", 0, 20, 20);
-  size_t sample = 0;
-  for (int n = 0; n < 4; ++n) {
-    ReadPacket p;
-    ASSERT_TRUE(reader.Next(kWaitMs, &p));
-    ASSERT_EQ(p.payload.size(), 960u);
-    for (size_t i = 0; i < 480; ++i, ++sample) {
-      ASSERT_EQ(static_cast<int16_t>(LoadU16(&p.payload[2 * i])), ramp[sample % 700])
-          << "sample " << sample;
-    }
+  for (auto [at, value] : {std::pair{0, 1000}, {1, -1000}, {2 * 479, 1479}, {2 * 479 + 1, -1479}, {2 * 480, 2000},
+                           {2 * 1439 + 1, -3479}}) {
+    EXPECT_EQ(pcm[at], value) << "sample " << at;
   }
 }
 
@@ -392,14 +283,10 @@ TEST(DspsimLayout, PayloadFramesHoldChannelAfterChannel) {
   }
   std::vector<uint8_t> payload(600 * 2 * 2);
   PackPayload(in.data(), 600, 2, 2, 2, payload.data());
-  auto at = [&](size_t sample) { return static_cast<int16_t>(LoadU16(&payload[2 * sample])); };
-  EXPECT_EQ(at(0), 1);
-  EXPECT_EQ(at(479), 480);
-  EXPECT_EQ(at(480), -1);
-  EXPECT_EQ(at(959), -480);
-  EXPECT_EQ(at(960), 481);
-  EXPECT_EQ(at(1079), 600);
-  EXPECT_EQ(at(1080), -481);
+  for (auto [sample, value] : {std::pair{0, 1}, {479, 480}, {480, -1}, {959, -480}, {960, 481}, {1079, 600},
+                               {1080, -481}}) {
+    EXPECT_EQ(static_cast<int16_t>(LoadU16(&payload[2 * sample])), value) << "sample " << sample;
+  }
   std::vector<int32_t> back(600 * 2);
   UnpackPayload(payload.data(), 600, 2, 2, back.data());
   EXPECT_EQ(back, in);
@@ -408,10 +295,7 @@ TEST(DspsimLayout, PayloadFramesHoldChannelAfterChannel) {
   int32_t mono[1] = {0x12345600};
   uint8_t p24[6];
   PackPayload(mono, 1, 1, 2, 3, p24);
-  EXPECT_EQ(p24[0], 0x56);
-  EXPECT_EQ(p24[1], 0x34);
-  EXPECT_EQ(p24[2], 0x12);
-  EXPECT_EQ(p24[3], 0x56);
+  EXPECT_EQ(std::vector<uint8_t>(p24, p24 + 4), (std::vector<uint8_t>{0x56, 0x34, 0x12, 0x56}));
   EXPECT_EQ(LoadSample(p24, 3), 0x12345600);
 }
 

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tools/lumx/relay_stats.h"
 
@@ -12,43 +14,36 @@ constexpr int64_t kMs = 1000000;
 // 4800 samples at 48 kHz: one block every 100 ms.
 constexpr uint64_t kBlock = 4800;
 
-TEST(LumxRelayStats, SteadyStreamHasNoGaps) {
-  RelayStats stats;
-  for (int k = 0; k < 10; ++k) stats.OnPacket(k * 100 * kMs, kBlock);
-  RelaySummary s = stats.Summary();
-  EXPECT_EQ(s.packets, 10u);
-  EXPECT_EQ(s.samples, 48000u);
-  EXPECT_EQ(s.gaps, 0u);
-  EXPECT_EQ(s.missingBlocks, 0u);
-  EXPECT_DOUBLE_EQ(s.meanIntervalMs, 100.0);
-  EXPECT_DOUBLE_EQ(s.maxIntervalMs, 100.0);
-  EXPECT_DOUBLE_EQ(s.minIntervalMs, 100.0);
-  EXPECT_DOUBLE_EQ(s.durationS, 0.9);
-}
-
-TEST(LumxRelayStats, JitterIsNotAGapButAMissedBlockIs) {
-  RelayStats stats;
-  stats.OnPacket(0, kBlock);
-  stats.OnPacket(140 * kMs, kBlock);  // late, but still the next block
-  stats.OnPacket(200 * kMs, kBlock);  // early
-  stats.OnPacket(360 * kMs, kBlock);  // 1.6 blocks: one missing
-  stats.OnPacket(700 * kMs, kBlock);  // 3.4 blocks: two missing
-  RelaySummary s = stats.Summary();
-  EXPECT_EQ(s.gaps, 2u);
-  EXPECT_EQ(s.missingBlocks, 3u);
-  EXPECT_DOUBLE_EQ(s.maxIntervalMs, 340.0);
-  EXPECT_DOUBLE_EQ(s.minIntervalMs, 60.0);
-  EXPECT_DOUBLE_EQ(s.meanIntervalMs, 175.0);
-}
-
-TEST(LumxRelayStats, BlockDurationFollowsThePreviousPacket) {
-  RelayStats stats;
-  stats.OnPacket(0, 960);            // 20 ms block
-  stats.OnPacket(40 * kMs, 4800);    // 2 blocks of 20 ms: one missing
-  stats.OnPacket(140 * kMs, 4800);   // 1 block of 100 ms: none
-  RelaySummary s = stats.Summary();
-  EXPECT_EQ(s.gaps, 1u);
-  EXPECT_EQ(s.missingBlocks, 1u);
+TEST(LumxRelayStats, GapsAreMissedBlocksNotJitter) {
+  struct Case {
+    std::vector<std::pair<int64_t, uint64_t>> packets;  // arrival ms, samples
+    uint64_t gaps, missingBlocks;
+    double minMs, maxMs, meanMs;
+  } cases[] = {
+      {{{0, kBlock}, {100, kBlock}, {200, kBlock}, {300, kBlock}}, 0, 0, 100, 100, 100},
+      // Late, then early, but each still the next block; then 1.6 blocks
+      // (one missing) and 3.4 blocks (two missing).
+      {{{0, kBlock}, {140, kBlock}, {200, kBlock}, {360, kBlock}, {700, kBlock}}, 2, 3, 60, 340, 175},
+      // The block duration is the previous packet's: 2 blocks of 20 ms, then 1 of 100 ms.
+      {{{0, 960}, {40, 4800}, {140, 4800}}, 1, 1, 40, 100, 70},
+  };
+  for (const Case& c : cases) {
+    RelayStats stats;
+    uint64_t samples = 0;
+    for (auto [ms, n] : c.packets) {
+      stats.OnPacket(ms * kMs, n);
+      samples += n;
+    }
+    RelaySummary s = stats.Summary();
+    EXPECT_EQ(s.packets, c.packets.size());
+    EXPECT_EQ(s.samples, samples);
+    EXPECT_EQ(s.gaps, c.gaps) << c.meanMs;
+    EXPECT_EQ(s.missingBlocks, c.missingBlocks) << c.meanMs;
+    EXPECT_DOUBLE_EQ(s.minIntervalMs, c.minMs);
+    EXPECT_DOUBLE_EQ(s.maxIntervalMs, c.maxMs);
+    EXPECT_DOUBLE_EQ(s.meanIntervalMs, c.meanMs);
+    EXPECT_DOUBLE_EQ(s.durationS, c.packets.back().first / 1000.0);
+  }
 }
 
 TEST(LumxRelayStats, EmptyAndDegenerateInput) {
