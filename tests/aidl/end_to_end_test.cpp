@@ -53,21 +53,14 @@ class AidlTestEnvironment : public ::testing::Environment {
  public:
   void SetUp() override {
     if (const char* instance = getenv(kServeEnv)) ServeAndExit(instance);
-    const char* tmp = getenv("TMPDIR");
-    std::string tmpl = std::string(tmp && *tmp ? tmp : "/tmp") + "/lumx-aidl-test-XXXXXX";
-    std::vector<char> buf(tmpl.begin(), tmpl.end());
-    buf.push_back('\0');
-    if (mkdtemp(buf.data()) == nullptr) {
-      perror("mkdtemp");
-      return;
-    }
-    dir_ = buf.data();
+    char tmpl[] = "/tmp/lumx-aidl-test-XXXXXX";
+    if (mkdtemp(tmpl) == nullptr) return perror("mkdtemp");
+    dir_ = tmpl;
     setenv("LUMX_BINDER_DIR", dir_.c_str(), 1);
   }
   void TearDown() override {
-    if (dir_.empty()) return;
     std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
+    if (!dir_.empty()) std::filesystem::remove_all(dir_, ec);
   }
 
  private:
@@ -126,6 +119,16 @@ class ChildServer {
   return ::ndk::SpAIBinder();
 }
 
+template <typename I>
+void ExpectVersionAndHash(I& remote) {
+  int32_t version = 0;
+  std::string hash;
+  ASSERT_TRUE(remote.getInterfaceVersion(&version).isOk());
+  ASSERT_TRUE(remote.getInterfaceHash(&hash).isOk());
+  EXPECT_EQ(2, version);
+  EXPECT_EQ(ILumx::hash, hash);
+}
+
 TEST(AidlEndToEnd, EveryOperationArrivesIntactThroughTheProxy) {
   const std::string instance = std::string(ILumx::descriptor) + "/aidl-e2e";
   ChildServer child(instance);
@@ -141,21 +144,10 @@ TEST(AidlEndToEnd, EveryOperationArrivesIntactThroughTheProxy) {
   CallContext ctx;
   ctx.callback = ::ndk::SharedRefBase::make<RecordingCallback>();
   ctx.serverCallsBack = true;
-  const AidlInterface& iface = ParsedInterface("ILumx");
-  ASSERT_EQ(33u, iface.methods.size());
-  for (size_t k = 0; k < iface.methods.size(); ++k) {
-    const std::string& name = iface.methods[k].name;
-    auto call = ClientCalls().find(name);
-    ASSERT_NE(call, ClientCalls().end()) << name;
-    EXPECT_TRUE(call->second(*lumx, static_cast<int>(FIRST_CALL_TRANSACTION + k), ctx)) << name;
-  }
+  ASSERT_EQ(33u, ClientCalls().size());
+  for (const auto& [name, call] : ClientCalls()) EXPECT_TRUE(call(*lumx, CodeOf("ILumx", name), ctx)) << name;
 
-  int32_t version = 0;
-  std::string hash;
-  ASSERT_TRUE(lumx->getInterfaceVersion(&version).isOk());
-  ASSERT_TRUE(lumx->getInterfaceHash(&hash).isOk());
-  EXPECT_EQ(2, version);
-  EXPECT_EQ(ILumx::hash, hash);
+  ExpectVersionAndHash(*lumx);
 
   // A service-side error comes back as the status alone: the results stay
   // untouched.
@@ -182,18 +174,14 @@ TEST(AidlEndToEnd, CallbackProxyReachesTheClientObject) {
   ASSERT_NE(nullptr, proxy);
   EXPECT_TRUE(proxy->isRemote());
 
-  int32_t version = 0;
-  std::string hash;
-  ASSERT_TRUE(proxy->getInterfaceVersion(&version).isOk());
-  ASSERT_TRUE(proxy->getInterfaceHash(&hash).isOk());
-  EXPECT_EQ(2, version);
-  EXPECT_EQ(ILumx::hash, hash);
+  ExpectVersionAndHash(*proxy);
 
   const int c = CodeOf("IReceiveAudioCallback", "ReceiveAudio");
   for (int s = 0; s < 3; ++s) EXPECT_TRUE(proxy->ReceiveAudio(Gen<AudioPacket>(c, s)).isOk());
   ASSERT_TRUE(cb->WaitFor(3));
-  std::vector<AudioPacket> got = cb->Packets();
-  for (int s = 0; s < 3; ++s) EXPECT_EQ(Gen<AudioPacket>(c, s), got[static_cast<size_t>(s)]) << "in order";
+  EXPECT_EQ((std::vector<AudioPacket>{Gen<AudioPacket>(c, 0), Gen<AudioPacket>(c, 1), Gen<AudioPacket>(c, 2)}),
+            cb->Packets())
+      << "in order";
 
   // The interface checks the descriptor: an ILumx view of it is refused.
   EXPECT_EQ(nullptr, ILumx::fromBinder(remote));

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,354 +20,105 @@ struct ParcelDeleter {
   void operator()(AParcel* p) const { AParcel_delete(p); }
 };
 using Parcel = std::unique_ptr<AParcel, ParcelDeleter>;
+using Writer = std::function<void(AParcel*)>;
 
 Parcel NewParcel() { return Parcel(AParcel_create()); }
 
-// Writes `v` as a top-level value (non-null marker + body for parcelables),
-// rewinds, reads it back and checks nothing is left over.
-template <typename T>
-::testing::AssertionResult RoundTrips(const T& v) {
+// A parcel holding the 32-bit words `words`, positioned at 0.
+Parcel Words(const std::vector<int32_t>& words) {
   Parcel p = NewParcel();
-  binder_status_t st = ::ndk::AParcel_writeData(p.get(), v);
-  if (st != STATUS_OK) return ::testing::AssertionFailure() << "write failed: " << st;
+  for (int32_t w : words) EXPECT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), w));
   AParcel_setDataPosition(p.get(), 0);
-  T back{};
-  st = ::ndk::AParcel_readData(p.get(), &back);
-  if (st != STATUS_OK) return ::testing::AssertionFailure() << "read failed: " << st;
-  if (!ParcelConsumed(p.get())) return ::testing::AssertionFailure() << "bytes left over";
-  return SameAs("round trip", back, v);
+  return p;
 }
 
-// A copy of the first `n` bytes of `p`.
-Parcel Prefix(const AParcel* p, int32_t n) {
-  Parcel q = NewParcel();
-  if (n > 0) EXPECT_EQ(STATUS_OK, AParcel_appendFrom(p, q.get(), 0, n));
-  AParcel_setDataPosition(q.get(), 0);
-  return q;
+// The parcel's contents as 32-bit words (parcels are padded to 4 bytes).
+std::vector<int32_t> WordsOf(const AParcel* p) {
+  std::vector<int32_t> words;
+  AParcel_setDataPosition(p, 0);
+  for (int32_t w = 0; AParcel_readInt32(p, &w) == STATUS_OK;) words.push_back(w);
+  return words;
 }
 
-// Every strict prefix of the encoding of `v` must fail to read, not crash
-// and not pass as a complete value.
+int32_t Bits(float f) {
+  int32_t w;
+  memcpy(&w, &f, 4);
+  return w;
+}
+
+// Every type the interface carries, written as a top-level value (non-null
+// marker + body for parcelables): it round-trips exactly, nothing is left
+// over, and every strict prefix of its encoding fails to read.
 template <typename T>
-void ExpectEveryTruncationFails(const T& v) {
+void ExpectRoundTripAndTruncationErrors(const T& v) {
+  SCOPED_TRACE(Show(v));
   Parcel p = NewParcel();
   ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), v));
-  int32_t size = AParcel_getDataSize(p.get());
+  AParcel_setDataPosition(p.get(), 0);
+  T back{};
+  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_readData(p.get(), &back));
+  EXPECT_TRUE(ParcelConsumed(p.get()));
+  EXPECT_TRUE(SameAs("round trip", back, v));
+  const int32_t size = AParcel_getDataSize(p.get());
   for (int32_t n = 0; n < size; ++n) {
-    Parcel q = Prefix(p.get(), n);
-    T back{};
-    EXPECT_NE(STATUS_OK, ::ndk::AParcel_readData(q.get(), &back)) << Show(v) << " cut to " << n << " of " << size;
+    Parcel q = NewParcel();
+    if (n > 0) ASSERT_EQ(STATUS_OK, AParcel_appendFrom(p.get(), q.get(), 0, n));
+    AParcel_setDataPosition(q.get(), 0);
+    T cut{};
+    EXPECT_NE(STATUS_OK, ::ndk::AParcel_readData(q.get(), &cut)) << "cut to " << n << " of " << size;
   }
 }
 
-// ---------------------------------------------------------------------------
-// CommandResult
-
-TEST(CommandResultParcel, RoundTripsWithEveryKindOfContent) {
-  CommandResult empty;
-  EXPECT_TRUE(RoundTrips(empty));
-
+TEST(AidlParcel, EveryTypeRoundTripsAndRefusesEveryTruncation) {
   CommandResult full;
   full.status = Status::READ_ONLY;
   full.value = -1234.5f;
   full.strList = {"first line", "", "  indented, with comma", "\xc3\xa9t\xc3\xa9 \xe2\x82\xac"};
-  EXPECT_TRUE(RoundTrips(full));
-
-  CommandResult unknownStatus;
-  unknownStatus.status = static_cast<Status>(7);
-  unknownStatus.strList = {"x"};
-  EXPECT_TRUE(RoundTrips(unknownStatus));
-
-  CommandResult negativeStatus;
-  negativeStatus.status = static_cast<Status>(-100);
-  EXPECT_TRUE(RoundTrips(negativeStatus));
-
+  CommandResult odd;
+  odd.status = static_cast<Status>(-100);  // outside the table: still carried
   CommandResult many;
-  for (int i = 0; i < 500; ++i) many.strList.push_back(std::string(static_cast<size_t>(i % 97), 'a' + i % 26));
-  EXPECT_TRUE(RoundTrips(many));
+  for (int i = 0; i < 40; ++i) many.strList.push_back(std::string(static_cast<size_t>(i % 97), 'a' + i % 26));
+  for (const CommandResult& r : {CommandResult{}, full, odd, many, Gen<CommandResult>(3, 4)}) {
+    ExpectRoundTripAndTruncationErrors(r);
+  }
+  for (const ParamValue& v : {ParamValue{}, ParamValue::make<ParamValue::i>(-77),
+                              ParamValue::make<ParamValue::f>(0.125f)}) {
+    ExpectRoundTripAndTruncationErrors(v);
+  }
+  AudioPacket big = Gen<AudioPacket>(1, 1);
+  big.data.assign(1024, 0xa5);
+  ExpectRoundTripAndTruncationErrors(AudioPacket{});
+  ExpectRoundTripAndTruncationErrors(big);
+  for (size_t n : {1u, 2u, 3u, 5u}) {  // lengths that need padding
+    AudioPacket a = Gen<AudioPacket>(2, static_cast<int>(n));
+    a.data.resize(n);
+    ExpectRoundTripAndTruncationErrors(a);
+  }
+  ExpectRoundTripAndTruncationErrors(ParamIdElementPair{});
+  ExpectRoundTripAndTruncationErrors(Gen<std::vector<ParamIdElementPair>>(3, 4));
+  ExpectRoundTripAndTruncationErrors(Gen<std::vector<ParamValue>>(3, 4));
+  ExpectRoundTripAndTruncationErrors(std::vector<ParamValue>{});
+  ExpectRoundTripAndTruncationErrors(std::vector<std::string>{"", "a", ""});
+  for (UseCase u : ::ndk::enum_range<UseCase>()) ExpectRoundTripAndTruncationErrors(u);
+  ExpectRoundTripAndTruncationErrors(static_cast<UseCase>(42));
+  ExpectRoundTripAndTruncationErrors(static_cast<ParameterId>(0x12345678));
 }
 
-TEST(CommandResultParcel, LayoutIsMarkerSizeThenFieldsInOrder) {
+// The exact words each type puts on the wire.
+template <typename T>
+std::pair<std::string, std::function<std::vector<int32_t>()>> Layout(const T& v) {
+  return {Show(v), [v] {
+            Parcel p = NewParcel();
+            EXPECT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), v));
+            return WordsOf(p.get());
+          }};
+}
+
+TEST(AidlParcel, WireLayoutOfEveryType) {
   CommandResult r;
   r.status = Status::INVALID_VALUE;
   r.value = 2.5f;
   r.strList = {"a", "bc"};
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), r));
-  AParcel_setDataPosition(p.get(), 0);
-
-  int32_t marker = 0, size = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &marker));
-  EXPECT_EQ(1, marker);
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &size));
-  // The size counts itself and everything up to the end of the last field.
-  EXPECT_EQ(AParcel_getDataSize(p.get()) - 4, size);
-
-  int8_t status = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readByte(p.get(), &status));
-  EXPECT_EQ(4, status);
-  float value = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readFloat(p.get(), &value));
-  EXPECT_EQ(2.5f, value);
-  std::vector<std::string> lines;
-  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_readData(p.get(), &lines));
-  EXPECT_EQ(r.strList, lines);
-  EXPECT_TRUE(ParcelConsumed(p.get()));
-}
-
-TEST(CommandResultParcel, StatusTravelsAsOneByteSlot) {
-  // A status written alone takes one int32 slot, sign-extended.
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), static_cast<Status>(-2)));
-  EXPECT_EQ(4, AParcel_getDataSize(p.get()));
-  AParcel_setDataPosition(p.get(), 0);
-  int32_t slot = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &slot));
-  EXPECT_EQ(-2, slot);
-}
-
-TEST(CommandResultParcel, ReaderKeepsDefaultsForFieldsAnOlderSenderLacks) {
-  // An older sender that only knew `status`: size covers size + one slot.
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), 8));
-  ASSERT_EQ(STATUS_OK, AParcel_writeByte(p.get(), 3));
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), 0x5eed));  // next value in the parcel
-  AParcel_setDataPosition(p.get(), 0);
-
-  CommandResult fresh;
-  ASSERT_EQ(STATUS_OK, fresh.readFromParcel(p.get()));
-  EXPECT_EQ(Status::INVALID_PARAMETER, fresh.status);
-  EXPECT_EQ(0.0f, fresh.value);
-  EXPECT_TRUE(fresh.strList.empty());
-  int32_t next = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &next));
-  EXPECT_EQ(0x5eed, next);
-}
-
-TEST(CommandResultParcel, ReaderSkipsFieldsANewerSenderAdded) {
-  CommandResult r;
-  r.status = Status::ERROR;
-  r.value = 1.0f;
-  r.strList = {"z"};
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, r.writeToParcel(p.get()));
-  // Append a field this version does not know and grow the size to cover it.
-  int32_t end = AParcel_getDataPosition(p.get());
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), 0x7777));
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), 0x7778));
-  AParcel_setDataPosition(p.get(), 0);
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), end + 8));
-  AParcel_setDataPosition(p.get(), end + 8);
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), 0x5eed));
-
-  AParcel_setDataPosition(p.get(), 0);
-  CommandResult back;
-  ASSERT_EQ(STATUS_OK, back.readFromParcel(p.get()));
-  EXPECT_EQ(r, back);
-  int32_t next = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &next));
-  EXPECT_EQ(0x5eed, next);
-}
-
-TEST(CommandResultParcel, MalformedSizesAreRefused) {
-  for (int32_t bad : {0, 3, -1, INT32_MIN}) {
-    Parcel p = NewParcel();
-    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), bad));
-    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), 0));
-    AParcel_setDataPosition(p.get(), 0);
-    CommandResult r;
-    EXPECT_EQ(STATUS_BAD_VALUE, r.readFromParcel(p.get())) << "size " << bad;
-  }
-  // A size that would run the end position past INT32_MAX.
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), 0));
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), INT32_MAX));
-  AParcel_setDataPosition(p.get(), 4);
-  CommandResult r;
-  EXPECT_EQ(STATUS_BAD_VALUE, r.readFromParcel(p.get()));
-}
-
-TEST(CommandResultParcel, NullMarkerAndNullListAreErrors) {
-  Parcel absent = NewParcel();
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(absent.get(), 0));
-  AParcel_setDataPosition(absent.get(), 0);
-  CommandResult r;
-  EXPECT_EQ(STATUS_UNEXPECTED_NULL, ::ndk::AParcel_readData(absent.get(), &r));
-
-  // strList is not @nullable: a null string array in its place is refused.
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), 0));  // size, patched below
-  ASSERT_EQ(STATUS_OK, AParcel_writeByte(p.get(), 0));
-  ASSERT_EQ(STATUS_OK, AParcel_writeFloat(p.get(), 0.0f));
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), -1));  // null array
-  int32_t end = AParcel_getDataPosition(p.get());
-  AParcel_setDataPosition(p.get(), 0);
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), end));
-  AParcel_setDataPosition(p.get(), 0);
-  EXPECT_NE(STATUS_OK, r.readFromParcel(p.get()));
-}
-
-TEST(CommandResultParcel, EveryTruncationIsAnError) {
-  CommandResult r;
-  r.status = Status::INVALID_ELEMENT;
-  r.value = 3.0f;
-  r.strList = {"abcd", "e", ""};
-  ExpectEveryTruncationFails(r);
-  ExpectEveryTruncationFails(CommandResult{});
-}
-
-// ---------------------------------------------------------------------------
-// ParamValue (union)
-
-TEST(ParamValueParcel, EachTagRoundTripsAsTagThenValue) {
-  ParamValue i = ParamValue::make<ParamValue::i>(-77);
-  ParamValue f = ParamValue::make<ParamValue::f>(0.125f);
-  EXPECT_TRUE(RoundTrips(i));
-  EXPECT_TRUE(RoundTrips(f));
-  EXPECT_TRUE(RoundTrips(ParamValue{}));
-
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), f));
-  AParcel_setDataPosition(p.get(), 0);
-  int32_t marker = 0, tag = 0;
-  float value = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &marker));
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &tag));
-  ASSERT_EQ(STATUS_OK, AParcel_readFloat(p.get(), &value));
-  EXPECT_EQ(1, marker);
-  EXPECT_EQ(1, tag);  // no size prefix in a union
-  EXPECT_EQ(0.125f, value);
-  EXPECT_TRUE(ParcelConsumed(p.get()));
-}
-
-TEST(ParamValueParcel, UnknownTagIsAnErrorNotAnAbort) {
-  for (int32_t tag : {2, -1, 1000, INT32_MIN}) {
-    Parcel p = NewParcel();
-    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), tag));
-    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), 5));
-    AParcel_setDataPosition(p.get(), 0);
-    ParamValue v = ParamValue::make<ParamValue::f>(4.0f);
-    EXPECT_EQ(STATUS_BAD_VALUE, v.readFromParcel(p.get())) << "tag " << tag;
-    EXPECT_EQ(ParamValue::make<ParamValue::f>(4.0f), v) << "a refused read leaves the value alone";
-  }
-}
-
-TEST(ParamValueParcel, EveryTruncationIsAnError) {
-  ExpectEveryTruncationFails(ParamValue::make<ParamValue::i>(1));
-  ExpectEveryTruncationFails(ParamValue::make<ParamValue::f>(1.0f));
-}
-
-TEST(ParamValueAccess, TagsAndValues) {
-  ParamValue v;
-  EXPECT_EQ(ParamValue::Tag::i, v.getTag());
-  EXPECT_EQ(0, v.get<ParamValue::i>());
-  v.set<ParamValue::f>(2.5f);
-  EXPECT_EQ(ParamValue::Tag::f, v.getTag());
-  EXPECT_EQ(2.5f, v.get<ParamValue::f>());
-  ParamValue fromInt(int32_t{9});
-  EXPECT_EQ(ParamValue::Tag::i, fromInt.getTag());
-  // Same number, different alternative: not equal.
-  EXPECT_NE(ParamValue::make<ParamValue::i>(1), ParamValue::make<ParamValue::f>(1.0f));
-}
-
-TEST(ParamValueDeathTest, WrongTagAbortsWithTheAssertionText) {
-  const ParamValue f = ParamValue::make<ParamValue::f>(1.0f);
-  EXPECT_DEATH((void)f.get<ParamValue::i>(), "assertion \"bad access: a wrong tag\" failed");
-  ParamValue i = ParamValue::make<ParamValue::i>(3);
-  EXPECT_DEATH((void)i.get<ParamValue::f>(), "ILumx\\.h:[0-9]+: .*get.*: assertion \"bad access: a wrong tag\" failed");
-}
-
-// ---------------------------------------------------------------------------
-// Enums
-
-TEST(EnumParcel, UseCaseUnspecifiedTravelsAsByteFF) {
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), UseCase::UNSPECIFIED));
-  EXPECT_EQ(4, AParcel_getDataSize(p.get()));
-  AParcel_setDataPosition(p.get(), 0);
-  int8_t byte = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readByte(p.get(), &byte));
-  EXPECT_EQ(0xFF, static_cast<uint8_t>(byte));
-  AParcel_setDataPosition(p.get(), 0);
-  int32_t slot = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &slot));
-  EXPECT_EQ(-1, slot);
-  EXPECT_EQ("UNSPECIFIED", toString(UseCase::UNSPECIFIED));
-  for (UseCase u : ::ndk::enum_range<UseCase>()) EXPECT_TRUE(RoundTrips(u)) << toString(u);
-  EXPECT_TRUE(RoundTrips(static_cast<UseCase>(42)));
-}
-
-TEST(EnumParcel, ParameterIdTravelsAsInt32) {
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), ParameterId::UNSPECIFIED));
-  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), static_cast<ParameterId>(0x12345678)));
-  AParcel_setDataPosition(p.get(), 0);
-  int32_t a = 0, b = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &a));
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &b));
-  EXPECT_EQ(-1, a);
-  EXPECT_EQ(0x12345678, b);
-}
-
-TEST(EnumText, NamesAndUnknownValuesAsNumbers) {
-  EXPECT_EQ("HOTWORDAEC", toString(UseCase::HOTWORDAEC));
-  EXPECT_EQ("MIC_IN", toString(UseCase::MIC_IN));
-  EXPECT_EQ("SPEAKER_OUT", toString(UseCase::SPEAKER_OUT));
-  EXPECT_EQ("AREL_TELE", toString(UseCase::AREL_TELE));
-  EXPECT_EQ("4", toString(static_cast<UseCase>(4)));
-  EXPECT_EQ("-2", toString(static_cast<UseCase>(-2)));
-  EXPECT_EQ("-128", toString(static_cast<UseCase>(0x80)));
-
-  EXPECT_EQ("UNSPECIFIED", toString(ParameterId::UNSPECIFIED));
-  EXPECT_EQ("VERSION", toString(ParameterId::VERSION));
-  EXPECT_EQ("AUDIO_FORMAT", toString(ParameterId::AUDIO_FORMAT));
-  EXPECT_EQ("5", toString(static_cast<ParameterId>(5)));
-  EXPECT_EQ("-7", toString(static_cast<ParameterId>(-7)));
-
-  EXPECT_EQ("INVALID_ELEMENT", toString(Status::INVALID_ELEMENT));
-  EXPECT_EQ("READ_ONLY", toString(Status::READ_ONLY));
-  EXPECT_EQ("7", toString(static_cast<Status>(7)));
-
-  EXPECT_EQ("i", toString(ParamValue::Tag::i));
-  EXPECT_EQ("f", toString(ParamValue::Tag::f));
-}
-
-TEST(EnumRange, DeclarationOrder) {
-  std::vector<int> ids, useCases, statuses;
-  for (ParameterId id : ::ndk::enum_range<ParameterId>()) ids.push_back(static_cast<int>(id));
-  for (UseCase u : ::ndk::enum_range<UseCase>()) useCases.push_back(static_cast<int>(u));
-  for (Status s : ::ndk::enum_range<Status>()) statuses.push_back(static_cast<int>(s));
-  EXPECT_EQ((std::vector<int>{-1, 0, 1, 2, 3, 4}), ids);
-  EXPECT_EQ((std::vector<int>{-1, 0, 1, 2, 3}), useCases);
-  EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5, 6}), statuses);
-}
-
-// ---------------------------------------------------------------------------
-// AudioPacket and ParamIdElementPair
-
-TEST(AudioPacketParcel, RoundTripsIncludingEmptyAndLargeData) {
-  AudioPacket empty;
-  EXPECT_TRUE(RoundTrips(empty));
-
-  AudioPacket p;
-  p.processor_id = 0x61726c31;  // "arl1"
-  for (int i = 0; i < 4096; ++i) p.data.push_back(static_cast<uint8_t>(i * 7));
-  p.sampleRate = 5;
-  p.format = 0;
-  p.bitsPerSample = 1;
-  p.numChannels = 2;
-  p.reserved = 1;
-  EXPECT_TRUE(RoundTrips(p));
-
-  for (size_t n : {1u, 2u, 3u, 5u}) {  // lengths that need padding
-    AudioPacket odd = p;
-    odd.data.resize(n);
-    odd.bitsPerSample = -1;
-    EXPECT_TRUE(RoundTrips(odd)) << n;
-  }
-}
-
-TEST(AudioPacketParcel, LayoutFieldsInOrder) {
   AudioPacket a;
   a.processor_id = -3;
   a.data = {0x00, 0xff, 0x80};
@@ -374,155 +127,126 @@ TEST(AudioPacketParcel, LayoutFieldsInOrder) {
   a.bitsPerSample = 2;
   a.numChannels = 6;
   a.reserved = 1;
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, a.writeToParcel(p.get()));
-  AParcel_setDataPosition(p.get(), 0);
-  int32_t size = 0, id = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &size));
-  EXPECT_EQ(AParcel_getDataSize(p.get()), size);
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &id));
-  EXPECT_EQ(-3, id);
-  std::vector<uint8_t> data;
-  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_readData(p.get(), &data));
-  EXPECT_EQ(a.data, data);
-  int8_t bytes[5] = {};
-  for (int8_t& b : bytes) ASSERT_EQ(STATUS_OK, AParcel_readByte(p.get(), &b));
-  EXPECT_EQ(5, bytes[0]);
-  EXPECT_EQ(-1, bytes[1]);
-  EXPECT_EQ(2, bytes[2]);
-  EXPECT_EQ(6, bytes[3]);
-  EXPECT_EQ(1, bytes[4]);
-  EXPECT_TRUE(ParcelConsumed(p.get()));
-}
-
-TEST(AudioPacketParcel, EveryTruncationIsAnError) {
-  AudioPacket a;
-  a.processor_id = 1;
-  a.data = {1, 2, 3, 4, 5, 6, 7, 8};
-  a.reserved = 1;
-  ExpectEveryTruncationFails(a);
-}
-
-TEST(ParamIdElementPairParcel, DefaultsRoundTripAndLayout) {
-  ParamIdElementPair def;
-  EXPECT_EQ(ParameterId::UNSPECIFIED, def.paramId);
-  EXPECT_EQ(0, def.element);
-  EXPECT_TRUE(RoundTrips(def));
-
   ParamIdElementPair pair;
   pair.paramId = ParameterId::BLOCK_LENGTH;
   pair.element = -9;
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, pair.writeToParcel(p.get()));
-  EXPECT_EQ(12, AParcel_getDataSize(p.get()));
-  AParcel_setDataPosition(p.get(), 0);
-  int32_t words[3] = {};
-  for (int32_t& w : words) ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &w));
-  EXPECT_EQ(12, words[0]);
-  EXPECT_EQ(3, words[1]);
-  EXPECT_EQ(-9, words[2]);
-  ExpectEveryTruncationFails(pair);
+  const std::vector<std::pair<decltype(Layout(r)), std::vector<int32_t>>> cases = {
+      // marker, size (counts itself up to the end), status byte in its own
+      // slot, float, list: count, then each string: length, bytes + NUL padded.
+      {Layout(r), {1, 32, 4, Bits(2.5f), 2, 1, 'a', 2, 'b' | 'c' << 8}},
+      // marker, tag, value; a union has no size.
+      {Layout(ParamValue::make<ParamValue::f>(0.125f)), {1, 1, Bits(0.125f)}},
+      {Layout(ParamValue::make<ParamValue::i>(-5)), {1, 0, -5}},
+      // marker, size, id, byte[] (count, packed bytes padded), five byte slots.
+      {Layout(a), {1, 36, -3, 3, 0x0080ff00, 5, -1, 2, 6, 1}},
+      {Layout(pair), {1, 12, 3, -9}},
+      // A list of unions: count, then marker + tag + value per element.
+      {Layout(std::vector<ParamValue>{ParamValue::make<ParamValue::i>(5), ParamValue::make<ParamValue::f>(1.5f)}),
+       {2, 1, 0, 5, 1, 1, Bits(1.5f)}},
+      // Enums travel as their backing type, sign-extended into one slot.
+      {Layout(UseCase::UNSPECIFIED), {-1}},
+      {Layout(static_cast<Status>(-2)), {-2}},
+      {Layout(ParameterId::UNSPECIFIED), {-1}},
+      {Layout(static_cast<ParameterId>(0x12345678)), {0x12345678}},
+  };
+  for (const auto& [layout, want] : cases) EXPECT_EQ(want, layout.second()) << layout.first;
 }
 
-// ---------------------------------------------------------------------------
-// Lists
-
-TEST(ListParcel, EmptyAndFullListsRoundTrip) {
-  EXPECT_TRUE(RoundTrips(std::vector<ParamValue>{}));
-  EXPECT_TRUE(RoundTrips(std::vector<ParamIdElementPair>{}));
-  EXPECT_TRUE(RoundTrips(std::vector<std::string>{}));
-  EXPECT_TRUE(RoundTrips(Gen<std::vector<ParamValue>>(3, 4)));
-  EXPECT_TRUE(RoundTrips(Gen<std::vector<ParamIdElementPair>>(3, 4)));
-  EXPECT_TRUE(RoundTrips(std::vector<std::string>{"", "a", ""}));
+template <typename T>
+std::function<binder_status_t(const AParcel*)> Reads() {
+  return [](const AParcel* p) {
+    T v{};
+    return ::ndk::AParcel_readData(p, &v);
+  };
 }
 
-TEST(ListParcel, ListOfUnionsIsCountThenMarkerTagValuePerElement) {
-  std::vector<ParamValue> v = {ParamValue::make<ParamValue::i>(5), ParamValue::make<ParamValue::f>(1.5f)};
-  Parcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), v));
-  AParcel_setDataPosition(p.get(), 0);
-  int32_t count = 0, m0 = 0, t0 = 0, v0 = 0, m1 = 0, t1 = 0;
-  float v1 = 0;
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &count));
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &m0));
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &t0));
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &v0));
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &m1));
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &t1));
-  ASSERT_EQ(STATUS_OK, AParcel_readFloat(p.get(), &v1));
-  EXPECT_EQ(2, count);
-  EXPECT_EQ(1, m0);
-  EXPECT_EQ(0, t0);
-  EXPECT_EQ(5, v0);
-  EXPECT_EQ(1, m1);
-  EXPECT_EQ(1, t1);
-  EXPECT_EQ(1.5f, v1);
-  EXPECT_TRUE(ParcelConsumed(p.get()));
+TEST(AidlParcel, MalformedInputIsAnErrorNotACrash) {
+  const struct {
+    const char* what;
+    std::vector<int32_t> words;
+    std::function<binder_status_t(const AParcel*)> read;
+    binder_status_t want;  // 1: any error
+  } cases[] = {
+      {"parcelable null marker", {0}, Reads<CommandResult>(), STATUS_UNEXPECTED_NULL},
+      {"size 0", {1, 0, 0}, Reads<CommandResult>(), STATUS_BAD_VALUE},
+      {"size 3", {1, 3, 0}, Reads<CommandResult>(), STATUS_BAD_VALUE},
+      {"size -1", {1, -1, 0}, Reads<CommandResult>(), STATUS_BAD_VALUE},
+      {"size INT32_MIN", {1, INT32_MIN, 0}, Reads<CommandResult>(), STATUS_BAD_VALUE},
+      {"end past INT32_MAX", {1, INT32_MAX}, Reads<CommandResult>(), STATUS_BAD_VALUE},
+      {"null strList", {1, 16, 0, 0, -1}, Reads<CommandResult>(), 1},
+      {"union tag 2", {1, 2, 5}, Reads<ParamValue>(), STATUS_BAD_VALUE},
+      {"union tag -1", {1, -1, 5}, Reads<ParamValue>(), STATUS_BAD_VALUE},
+      {"union tag INT32_MIN", {1, INT32_MIN, 5}, Reads<ParamValue>(), STATUS_BAD_VALUE},
+      {"null list", {-1}, Reads<std::vector<ParamValue>>(), 1},
+      {"bad tag in 2nd element", {2, 1, 0, 7, 1, 9, 7}, Reads<std::vector<ParamValue>>(), STATUS_BAD_VALUE},
+      {"count beyond the parcel", {1 << 28}, Reads<std::vector<ParamIdElementPair>>(), 1},
+  };
+  for (const auto& c : cases) {
+    Parcel p = Words(c.words);
+    binder_status_t st = c.read(p.get());
+    if (c.want == 1) {
+      EXPECT_NE(STATUS_OK, st) << c.what;
+    } else {
+      EXPECT_EQ(c.want, st) << c.what;
+    }
+  }
+  // A refused union read leaves the value alone.
+  ParamValue v = ParamValue::make<ParamValue::f>(4.0f);
+  EXPECT_EQ(STATUS_BAD_VALUE, v.readFromParcel(Words({1000, 5}).get()));
+  EXPECT_EQ(ParamValue::make<ParamValue::f>(4.0f), v);
 }
 
-TEST(ListParcel, AbsentListsAndBadElementsAreErrors) {
-  // A null list where a list is required.
-  Parcel absent = NewParcel();
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(absent.get(), -1));
-  AParcel_setDataPosition(absent.get(), 0);
-  std::vector<ParamValue> values;
-  EXPECT_NE(STATUS_OK, ::ndk::AParcel_readData(absent.get(), &values));
+TEST(AidlParcel, ReaderToleratesOlderAndNewerSenders) {
+  // An older sender that only knew `status`: size covers size + one slot;
+  // the rest keep their defaults and the next value is read where it is.
+  Parcel older = Words({8, 3, 0x5eed});
+  CommandResult fresh;
+  ASSERT_EQ(STATUS_OK, fresh.readFromParcel(older.get()));
+  EXPECT_EQ(CommandResult{}.value, fresh.value);
+  EXPECT_EQ(Status::INVALID_PARAMETER, fresh.status);
+  EXPECT_TRUE(fresh.strList.empty());
+  int32_t next = 0;
+  ASSERT_EQ(STATUS_OK, AParcel_readInt32(older.get(), &next));
+  EXPECT_EQ(0x5eed, next);
 
-  // A list whose second element carries an unknown union tag.
-  Parcel bad = NewParcel();
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(bad.get(), 2));
-  for (int32_t w : {1, 0, 7, 1, 9, 7}) ASSERT_EQ(STATUS_OK, AParcel_writeInt32(bad.get(), w));
-  AParcel_setDataPosition(bad.get(), 0);
-  EXPECT_EQ(STATUS_BAD_VALUE, ::ndk::AParcel_readData(bad.get(), &values));
-
-  // A count far beyond what the parcel holds.
-  Parcel huge = NewParcel();
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(huge.get(), 1 << 28));
-  AParcel_setDataPosition(huge.get(), 0);
-  std::vector<ParamIdElementPair> pairs;
-  EXPECT_NE(STATUS_OK, ::ndk::AParcel_readData(huge.get(), &pairs));
-
-  ExpectEveryTruncationFails(Gen<std::vector<ParamIdElementPair>>(1, 1));
-  ExpectEveryTruncationFails(Gen<std::vector<ParamValue>>(1, 1));
+  // A newer sender that added fields: the size skips them.
+  CommandResult r = Gen<CommandResult>(1, 1);
+  Parcel newer = NewParcel();
+  ASSERT_EQ(STATUS_OK, r.writeToParcel(newer.get()));
+  const int32_t end = AParcel_getDataPosition(newer.get());
+  for (int32_t w : {0x7777, 0x7778, 0x5eed}) ASSERT_EQ(STATUS_OK, AParcel_writeInt32(newer.get(), w));
+  AParcel_setDataPosition(newer.get(), 0);
+  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(newer.get(), end + 8));
+  AParcel_setDataPosition(newer.get(), 0);
+  CommandResult back;
+  ASSERT_EQ(STATUS_OK, back.readFromParcel(newer.get()));
+  EXPECT_EQ(r, back);
+  ASSERT_EQ(STATUS_OK, AParcel_readInt32(newer.get(), &next));
+  EXPECT_EQ(0x5eed, next);
 }
 
-// ---------------------------------------------------------------------------
-// Text forms
+TEST(ParamValueDeathTest, WrongTagAbortsWithTheAssertionText) {
+  const ParamValue f = ParamValue::make<ParamValue::f>(1.0f);
+  EXPECT_DEATH((void)f.get<ParamValue::i>(), "assertion \"bad access: a wrong tag\" failed");
+  ParamValue i = ParamValue::make<ParamValue::i>(3);
+  EXPECT_DEATH((void)i.get<ParamValue::f>(), "ILumx\\.h:[0-9]+: .*get.*: assertion \"bad access: a wrong tag\" failed");
+  // The same number in the other alternative is another value.
+  EXPECT_NE(ParamValue::make<ParamValue::i>(1), ParamValue::make<ParamValue::f>(1.0f));
+  EXPECT_EQ(ParamValue::Tag::i, ParamValue(int32_t{9}).getTag());
+}
 
-TEST(CommandResultText, GeneratedForm) {
-  CommandResult r;
-  r.strList = {"a", "b"};
-  EXPECT_EQ("CommandResult{status: OK, value: 0.000000, strList: [a, b]}", r.toString());
-
-  EXPECT_EQ("CommandResult{status: OK, value: 0.000000, strList: []}", CommandResult{}.toString());
-
-  CommandResult e;
-  e.status = Status::INVALID_ELEMENT;
-  e.strList = {"Invalid element 9"};
-  EXPECT_EQ("CommandResult{status: INVALID_ELEMENT, value: 0.000000, strList: [Invalid element 9]}", e.toString());
-
-  CommandResult ro;
-  ro.status = Status::READ_ONLY;
-  ro.value = -2.5f;
-  EXPECT_EQ("CommandResult{status: READ_ONLY, value: -2.500000, strList: []}", ro.toString());
-
+TEST(AidlText, GeneratedForms) {
   CommandResult seven;
   seven.status = static_cast<Status>(7);
   seven.value = 48000.0f;
   seven.strList = {"x", "", "y"};
-  EXPECT_EQ("CommandResult{status: 7, value: 48000.000000, strList: [x, , y]}", seven.toString());
-}
-
-TEST(OtherTypesText, GeneratedForm) {
-  EXPECT_EQ("ParamValue{i: -5}", ParamValue::make<ParamValue::i>(-5).toString());
-  EXPECT_EQ("ParamValue{f: 1.500000}", ParamValue::make<ParamValue::f>(1.5f).toString());
-
+  CommandResult e;
+  e.status = Status::INVALID_ELEMENT;
+  e.value = -2.5f;
+  e.strList = {"Invalid element 9"};
   ParamIdElementPair pair;
   pair.paramId = ParameterId::TEST_MODE;
   pair.element = 3;
-  EXPECT_EQ("ParamIdElementPair{paramId: TEST_MODE, element: 3}", pair.toString());
-  EXPECT_EQ("ParamIdElementPair{paramId: UNSPECIFIED, element: 0}", ParamIdElementPair{}.toString());
-
   AudioPacket a;
   a.processor_id = 7;
   a.data = {1, 255};
@@ -530,44 +254,42 @@ TEST(OtherTypesText, GeneratedForm) {
   a.bitsPerSample = 1;
   a.numChannels = 2;
   a.reserved = 1;
-  EXPECT_EQ(
-      "AudioPacket{processor_id: 7, data: [1, 255], sampleRate: 5, format: 0, bitsPerSample: 1, numChannels: 2, "
-      "reserved: 1}",
-      a.toString());
+  const std::pair<std::string, std::string> cases[] = {
+      {CommandResult{}.toString(), "CommandResult{status: OK, value: 0.000000, strList: []}"},
+      {e.toString(), "CommandResult{status: INVALID_ELEMENT, value: -2.500000, strList: [Invalid element 9]}"},
+      {seven.toString(), "CommandResult{status: 7, value: 48000.000000, strList: [x, , y]}"},
+      {ParamValue::make<ParamValue::i>(-5).toString(), "ParamValue{i: -5}"},
+      {ParamValue::make<ParamValue::f>(1.5f).toString(), "ParamValue{f: 1.500000}"},
+      {pair.toString(), "ParamIdElementPair{paramId: TEST_MODE, element: 3}"},
+      {ParamIdElementPair{}.toString(), "ParamIdElementPair{paramId: UNSPECIFIED, element: 0}"},
+      {a.toString(),
+       "AudioPacket{processor_id: 7, data: [1, 255], sampleRate: 5, format: 0, bitsPerSample: 1, numChannels: 2, "
+       "reserved: 1}"},
+      // Values outside an enum's table print as numbers.
+      {toString(static_cast<UseCase>(4)), "4"},
+      {toString(static_cast<UseCase>(0x80)), "-128"},
+      {toString(static_cast<ParameterId>(-7)), "-7"},
+  };
+  for (const auto& [got, want] : cases) EXPECT_EQ(want, got);
 }
 
-// ---------------------------------------------------------------------------
-// Interface values in parcels
-
-TEST(InterfaceParcel, NullCallbackTravelsAsNullBinder) {
-  Parcel p = NewParcel();
-  std::shared_ptr<IReceiveAudioCallback> none;
-  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), none));
-  AParcel_setDataPosition(p.get(), 0);
-  std::shared_ptr<IReceiveAudioCallback> back = ::ndk::SharedRefBase::make<RecordingCallback>();
-  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_readData(p.get(), &back));
-  EXPECT_EQ(nullptr, back);
-}
-
-TEST(InterfaceParcel, LocalCallbackComesBackAsTheSameObject) {
+TEST(InterfaceParcel, CallbacksTravelAsBindersAndFromBinderChecksTheInterface) {
   auto cb = ::ndk::SharedRefBase::make<RecordingCallback>();
-  Parcel p = NewParcel();
   std::shared_ptr<IReceiveAudioCallback> asInterface = cb;
+  Parcel p = NewParcel();
+  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), std::shared_ptr<IReceiveAudioCallback>()));
   ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeData(p.get(), asInterface));
   AParcel_setDataPosition(p.get(), 0);
-  std::shared_ptr<IReceiveAudioCallback> back;
+  std::shared_ptr<IReceiveAudioCallback> none = cb, back;
+  ASSERT_EQ(STATUS_OK, ::ndk::AParcel_readData(p.get(), &none));
   ASSERT_EQ(STATUS_OK, ::ndk::AParcel_readData(p.get(), &back));
-  EXPECT_EQ(asInterface.get(), back.get());
-  EXPECT_FALSE(back->isRemote());
-}
+  EXPECT_EQ(nullptr, none) << "a null callback travels as a null binder";
+  EXPECT_EQ(asInterface.get(), back.get()) << "a local callback comes back as the same object";
 
-TEST(InterfaceParcel, FromBinderRefusesAnotherInterface) {
-  auto cb = ::ndk::SharedRefBase::make<RecordingCallback>();
   EXPECT_EQ(nullptr, ILumx::fromBinder(cb->asBinder()));
   EXPECT_EQ(nullptr, ILumx::fromBinder(::ndk::SpAIBinder()));
   auto lumx = ::ndk::SharedRefBase::make<RecordingLumx>();
-  std::shared_ptr<ILumx> back = ILumx::fromBinder(lumx->asBinder());
-  EXPECT_EQ(static_cast<ILumx*>(lumx.get()), back.get());
+  EXPECT_EQ(static_cast<ILumx*>(lumx.get()), ILumx::fromBinder(lumx->asBinder()).get());
   EXPECT_EQ(nullptr, IReceiveAudioCallback::fromBinder(lumx->asBinder()));
 }
 

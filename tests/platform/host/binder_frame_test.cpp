@@ -66,16 +66,14 @@ TEST(FrameDecoderTest, RoundTripByteByByteAndBackToBack) {
     DecodeStatus st;
     while ((st = d.Next(&out)) == DecodeStatus::kOk) {
       ++frames;
-      EXPECT_EQ(f.type, out.type);
-      EXPECT_EQ(f.txn_id, out.txn_id);
-      EXPECT_EQ(f.target, out.target);
-      EXPECT_EQ(f.code, out.code);
-      EXPECT_EQ(f.sender_token, out.sender_token);
-      EXPECT_EQ(f.route_token, out.route_token);
+      auto fields = [](const Frame& x) {
+        return std::make_tuple(x.type, x.txn_id, x.target, x.code, x.flags, x.sender_token, x.route_token, x.data);
+      };
+      EXPECT_EQ(fields(f), fields(out));
       ASSERT_EQ(1u, out.objects.size());
-      EXPECT_EQ(99u, out.objects[0].id);
-      EXPECT_EQ("lumx.test.X", out.objects[0].descriptor);
-      EXPECT_EQ(f.data, out.data);
+      const WireObject& o = out.objects[0];
+      EXPECT_EQ(std::make_tuple(f.objects[0].kind, 4u, uint64_t{99}, std::string("lumx.test.X")),
+                std::make_tuple(o.kind, o.offset, o.id, o.descriptor));
       EXPECT_EQ(bytes.size(), out.wire_size);
     }
     ASSERT_EQ(DecodeStatus::kNeedMore, st);
@@ -257,36 +255,28 @@ class LiveServiceTest : public ::testing::Test {
 
 TEST_F(LiveServiceTest, GarbageAndOversizedFramesCloseOnlyTheirConnection) {
   const int fds_before = lumx_test::CountOpenFds(getpid());
-  {
-    RawPeer garbage(path_);
-    ASSERT_TRUE(garbage.connected());
-    std::vector<uint8_t> junk(64, 0xa5);
-    garbage.Send(junk);
-    EXPECT_TRUE(garbage.Closed());
-  }
-  {
-    RawPeer no_hello(path_);
-    Frame f = SampleFrame();
-    no_hello.Send(f);
-    EXPECT_TRUE(no_hello.Closed()) << "the first frame must be a hello";
-  }
-  {
-    RawPeer big(path_);
-    ASSERT_TRUE(big.Hello());
-    std::vector<uint8_t> head(8);
-    Put32(&head, 0, lumx_binder::kFrameMagic);
-    Put32(&head, 4, 16u << 20);
-    big.Send(head);
-    EXPECT_TRUE(big.Closed()) << "an oversized frame is refused by its header";
-  }
-  {
-    RawPeer twice(path_);
-    ASSERT_TRUE(twice.Hello());
-    Frame h;
-    h.type = lumx_binder::kFrameHello;
-    h.target = 1;
-    twice.Send(h);
-    EXPECT_TRUE(twice.Closed());
+  std::vector<uint8_t> oversized(8);
+  Put32(&oversized, 0, lumx_binder::kFrameMagic);
+  Put32(&oversized, 4, 16u << 20);
+  Frame second_hello;
+  second_hello.type = lumx_binder::kFrameHello;
+  second_hello.target = 1;
+  const struct {
+    const char* what;
+    bool hello;
+    std::vector<uint8_t> bytes;
+  } cases[] = {
+      {"garbage", false, std::vector<uint8_t>(64, 0xa5)},
+      {"the first frame must be a hello", false, Encode(SampleFrame())},
+      {"an oversized frame is refused by its header", true, oversized},
+      {"a second hello", true, Encode(second_hello)},
+  };
+  for (const auto& c : cases) {
+    RawPeer peer(path_);
+    ASSERT_TRUE(peer.connected());
+    if (c.hello) ASSERT_TRUE(peer.Hello());
+    peer.Send(c.bytes);
+    EXPECT_TRUE(peer.Closed()) << c.what;
   }
   {
     RawPeer truncated(path_);

@@ -70,9 +70,9 @@ TEST_F(LoopbackTest, ConcurrentCallersCallBacksAndIdentity) {
       for (int i = 0; i < 50; ++i) {
         int32_t ret = 0;
         if (!svc_->echo(t * 1000 + i, &ret).isOk() || ret != t * 1000 + i) return;
-        if (!svc_->callBackNested(cb, i, &ret).isOk() || ret != 3 * i) return;
+        if (!svc_->callBack(cb, i, false, &ret).isOk() || ret != 3 * i) return;
         if (cb->tid.load() != Gettid()) return;
-        if (!svc_->callBackFromThread(cb, i, &ret).isOk() || ret != 3 * i) return;
+        if (!svc_->callBack(cb, i, true, &ret).isOk() || ret != 3 * i) return;
         ndk::SpAIBinder back;
         if (!svc_->echoBinder(cb->asBinder(), &back).isOk() || back != cb->asBinder()) return;
       }

@@ -2,13 +2,12 @@
 // objects and their reference counts, weak references, classes, argument
 // checks of transactions, and the ICInterface/Bn/Bp helpers.
 #include <android/binder_auto_utils.h>
-#include <android/binder_enums.h>
 #include <android/binder_ibinder.h>
 #include <android/binder_interface_utils.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <sstream>
+#include <tuple>
 
 #include "test_util.h"
 
@@ -17,42 +16,27 @@ namespace {
 using lumx_test::ITestCallback;
 using lumx_test::ITestService;
 
-TEST(StatusTest, ConstructorsAndAccessors) {
-  ndk::ScopedAStatus empty;
-  EXPECT_FALSE(empty.isOk()) << "a default-constructed status holds nothing";
-
-  ndk::ScopedAStatus ok = ndk::ScopedAStatus::fromStatus(STATUS_OK);
-  EXPECT_TRUE(ok.isOk());
-  EXPECT_EQ("No error", ok.getDescription());
-
-  ndk::ScopedAStatus ex = ndk::ScopedAStatus::fromExceptionCode(EX_NONE);
-  EXPECT_TRUE(ex.isOk());
-
-  ndk::ScopedAStatus tf = ndk::ScopedAStatus::fromExceptionCode(EX_TRANSACTION_FAILED);
-  EXPECT_EQ(STATUS_FAILED_TRANSACTION, tf.getStatus());
+TEST(StatusTest, KindsCodesAndTexts) {
+  EXPECT_FALSE(ndk::ScopedAStatus().isOk()) << "a default-constructed status holds nothing";
+  EXPECT_TRUE(ndk::ScopedAStatus::fromExceptionCode(EX_NONE).isOk());
+  EXPECT_EQ("No error", ndk::ScopedAStatus::fromStatus(STATUS_OK).getDescription());
+  EXPECT_EQ(STATUS_FAILED_TRANSACTION, ndk::ScopedAStatus::fromExceptionCode(EX_TRANSACTION_FAILED).getStatus());
+  EXPECT_EQ(STATUS_UNKNOWN_ERROR, ndk::ScopedAStatus::fromStatus(-123456).getStatus()) << "unknown statuses fold";
+  EXPECT_EQ(EX_TRANSACTION_FAILED, ndk::ScopedAStatus::fromExceptionCode(-77).getExceptionCode());
 
   ndk::ScopedAStatus dead = ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
-  EXPECT_FALSE(dead.isOk());
-  EXPECT_EQ(EX_TRANSACTION_FAILED, dead.getExceptionCode());
-  EXPECT_EQ(STATUS_DEAD_OBJECT, dead.getStatus());
-  EXPECT_EQ(0, dead.getServiceSpecificError());
-  EXPECT_STREQ("", dead.getMessage());
-
-  ndk::ScopedAStatus weird = ndk::ScopedAStatus::fromStatus(-123456);
-  EXPECT_EQ(STATUS_UNKNOWN_ERROR, weird.getStatus()) << "unknown statuses are folded";
-  ndk::ScopedAStatus weird_ex = ndk::ScopedAStatus::fromExceptionCode(-77);
-  EXPECT_EQ(EX_TRANSACTION_FAILED, weird_ex.getExceptionCode());
-
-  ndk::ScopedAStatus ss = ndk::ScopedAStatus::fromServiceSpecificErrorWithMessage(7, "seven");
-  EXPECT_EQ(EX_SERVICE_SPECIFIC, ss.getExceptionCode());
-  EXPECT_EQ(7, ss.getServiceSpecificError());
-  EXPECT_EQ(STATUS_OK, ss.getStatus());
-  EXPECT_STREQ("seven", ss.getMessage());
-  EXPECT_EQ("Status(-8, EX_SERVICE_SPECIFIC): '7: seven'", ss.getDescription());
+  EXPECT_EQ(std::make_tuple(false, EX_TRANSACTION_FAILED, STATUS_DEAD_OBJECT, 0, std::string()),
+            std::make_tuple(dead.isOk(), dead.getExceptionCode(), dead.getStatus(), dead.getServiceSpecificError(),
+                            std::string(dead.getMessage())));
   std::ostringstream os;
   os << dead;
   EXPECT_EQ("Status(-129, EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '", os.str());
 
+  ndk::ScopedAStatus ss = ndk::ScopedAStatus::fromServiceSpecificErrorWithMessage(7, "seven");
+  EXPECT_EQ(std::make_tuple(EX_SERVICE_SPECIFIC, 7, STATUS_OK, std::string("seven")),
+            std::make_tuple(ss.getExceptionCode(), ss.getServiceSpecificError(), ss.getStatus(),
+                            std::string(ss.getMessage())));
+  EXPECT_EQ("Status(-8, EX_SERVICE_SPECIFIC): '7: seven'", ss.getDescription());
   ndk::ScopedAStatus moved = std::move(ss);
   EXPECT_EQ(nullptr, ss.get());  // NOLINT(bugprone-use-after-move)
   EXPECT_EQ(7, moved.getServiceSpecificError());
@@ -261,23 +245,6 @@ TEST(DeathRecipientTest, LocalBindersCannotBeWatched) {
   EXPECT_EQ(1, unlinked) << "a failed link is still reported unlinked";
   EXPECT_EQ(STATUS_UNEXPECTED_NULL, AIBinder_linkToDeath(nullptr, r.get(), nullptr));
   EXPECT_EQ(nullptr, AIBinder_DeathRecipient_new(nullptr));
-}
-
-enum class Color : int8_t { RED = 0, GREEN = 1, BLUE = 2 };
-
-}  // namespace
-
-namespace ndk::internal {
-template <>
-constexpr inline std::array<Color, 3> enum_values<Color> = {Color::RED, Color::GREEN, Color::BLUE};
-}  // namespace ndk::internal
-
-namespace {
-
-TEST(EnumRangeTest, IteratesInDeclarationOrder) {
-  std::vector<Color> seen;
-  for (Color c : ndk::enum_range<Color>()) seen.push_back(c);
-  EXPECT_EQ((std::vector<Color>{Color::RED, Color::GREEN, Color::BLUE}), seen);
 }
 
 TEST(ProcessTest, CallingIdentityOutsideATransactionIsOurOwn) {

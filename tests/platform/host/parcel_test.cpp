@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
+#include <functional>
 #include <limits>
+#include <tuple>
 
 #include "platform/host/binder/internal.h"
 #include "test_util.h"
@@ -18,7 +20,6 @@ using ndk::ScopedAParcel;
 ScopedAParcel NewParcel() { return ScopedAParcel(AParcel_create()); }
 
 void Rewind(const ScopedAParcel& p) { ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(p.get(), 0)); }
-
 
 int32_t Int32At(const ScopedAParcel& p, size_t offset) {
   int32_t v;
@@ -68,48 +69,32 @@ enum class Big : int64_t { A = 1, B = 1LL << 40 };
 
 TEST(ParcelTest, PrimitivesRoundTripWithFourByteSlots) {
   ScopedAParcel p = NewParcel();
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt32(p.get(), -7));
-  ASSERT_EQ(STATUS_OK, AParcel_writeUint32(p.get(), 0xfffffff0u));
-  ASSERT_EQ(STATUS_OK, AParcel_writeInt64(p.get(), -(1LL << 40)));
-  ASSERT_EQ(STATUS_OK, AParcel_writeUint64(p.get(), ~0ULL));
-  ASSERT_EQ(STATUS_OK, AParcel_writeFloat(p.get(), 1.5f));
-  ASSERT_EQ(STATUS_OK, AParcel_writeDouble(p.get(), -2.25));
-  ASSERT_EQ(STATUS_OK, AParcel_writeBool(p.get(), true));
-  ASSERT_EQ(STATUS_OK, AParcel_writeChar(p.get(), u'\u00e9'));
-  ASSERT_EQ(STATUS_OK, AParcel_writeByte(p.get(), -1));
+  const int32_t i32 = -7;
+  const uint32_t u32 = 0xfffffff0u;
+  const int64_t i64 = -(1LL << 40);
+  const uint64_t u64 = ~0ULL;
+  const float f = 1.5f;
+  const double d = -2.25;
+  const char16_t c = u'\u00e9';
+  const int8_t y = -1;
+  ASSERT_EQ(STATUS_OK, lumx_test::WriteArgs(p.get(), i32, u32, i64, u64, f, d, true, c, y));
   // 4 + 4 + 8 + 8 + 4 + 8 + bool/char/byte in int32 slots.
   EXPECT_EQ(48, AParcel_getDataSize(p.get()));
-  EXPECT_EQ(-1, Int32At(p, 44)) << "a byte is sign-extended into its slot";
   EXPECT_EQ(1, Int32At(p, 36));
-
+  EXPECT_EQ(0xe9, Int32At(p, 40));
+  EXPECT_EQ(-1, Int32At(p, 44)) << "a byte is sign-extended into its slot";
   Rewind(p);
-  int32_t i32;
-  uint32_t u32;
-  int64_t i64;
-  uint64_t u64;
-  float f;
-  double d;
-  bool b;
-  char16_t c;
-  int8_t y;
-  ASSERT_EQ(STATUS_OK, AParcel_readInt32(p.get(), &i32));
-  ASSERT_EQ(STATUS_OK, AParcel_readUint32(p.get(), &u32));
-  ASSERT_EQ(STATUS_OK, AParcel_readInt64(p.get(), &i64));
-  ASSERT_EQ(STATUS_OK, AParcel_readUint64(p.get(), &u64));
-  ASSERT_EQ(STATUS_OK, AParcel_readFloat(p.get(), &f));
-  ASSERT_EQ(STATUS_OK, AParcel_readDouble(p.get(), &d));
-  ASSERT_EQ(STATUS_OK, AParcel_readBool(p.get(), &b));
-  ASSERT_EQ(STATUS_OK, AParcel_readChar(p.get(), &c));
-  ASSERT_EQ(STATUS_OK, AParcel_readByte(p.get(), &y));
-  EXPECT_EQ(-7, i32);
-  EXPECT_EQ(0xfffffff0u, u32);
-  EXPECT_EQ(-(1LL << 40), i64);
-  EXPECT_EQ(~0ULL, u64);
-  EXPECT_EQ(1.5f, f);
-  EXPECT_EQ(-2.25, d);
-  EXPECT_TRUE(b);
-  EXPECT_EQ(u'\u00e9', c);
-  EXPECT_EQ(-1, y);
+  int32_t ri32 = 0;
+  uint32_t ru32 = 0;
+  int64_t ri64 = 0;
+  uint64_t ru64 = 0;
+  float rf = 0;
+  double rd = 0;
+  bool rb = false;
+  char16_t rc = 0;
+  int8_t ry = 0;
+  ASSERT_EQ(STATUS_OK, lumx_test::ReadArgs(p.get(), &ri32, &ru32, &ri64, &ru64, &rf, &rd, &rb, &rc, &ry));
+  EXPECT_EQ(std::make_tuple(i32, u32, i64, u64, f, d, true, c, y), std::make_tuple(ri32, ru32, ri64, ru64, rf, rd, rb, rc, ry));
   EXPECT_EQ(48, AParcel_getDataPosition(p.get()));
 }
 
@@ -187,60 +172,26 @@ TEST(ParcelTest, StringAllocatorRefusalsMapToStatuses) {
 
 TEST(ParcelTest, PrimitiveArraysRoundTripIncludingNullAndEmpty) {
   ScopedAParcel p = NewParcel();
-  std::vector<int32_t> i32{1, -2, 3};
-  std::vector<int64_t> i64{1LL << 50, -1};
-  std::vector<float> f{0.5f};
-  std::vector<double> d{};
-  std::vector<uint8_t> bytes{1, 2, 3, 4, 255};
-  std::vector<bool> bools{true, false, true};
-  std::vector<char16_t> chars{u'a', u'\u20ac'};
-  std::vector<uint64_t> u64{7};
-  std::optional<std::vector<int32_t>> none;
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(p.get(), i32));
-  const int32_t bytes_at = AParcel_getDataPosition(p.get());
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(p.get(), bytes));
-  EXPECT_EQ(bytes_at + 4 + 8, AParcel_getDataPosition(p.get())) << "5 packed bytes padded to 8";
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(p.get(), i64));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(p.get(), f));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(p.get(), d));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(p.get(), bools));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(p.get(), chars));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(p.get(), u64));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_writeNullableData(p.get(), none));
-
+  const auto arrays = std::make_tuple(std::vector<int32_t>{1, -2, 3}, std::vector<uint8_t>{1, 2, 3, 4, 255},
+                                      std::vector<int64_t>{1LL << 50, -1}, std::vector<float>{0.5f},
+                                      std::vector<double>{}, std::vector<bool>{true, false, true},
+                                      std::vector<char16_t>{u'a', u'\u20ac'}, std::vector<uint64_t>{7});
+  ASSERT_EQ(STATUS_OK, std::apply([&](const auto&... v) { return lumx_test::WriteArgs(p.get(), v...); }, arrays));
+  EXPECT_EQ(5, Int32At(p, 16));
+  EXPECT_EQ(2, Int32At(p, 28)) << "5 packed bytes padded to 8, then the next count";
+  ASSERT_EQ(STATUS_OK, ndk::AParcel_writeNullableData(p.get(), std::optional<std::vector<int32_t>>()));
   Rewind(p);
-  std::vector<int32_t> ri32;
-  std::vector<int64_t> ri64;
-  std::vector<float> rf;
-  std::vector<double> rd{9.0};
-  std::vector<uint8_t> rbytes;
-  std::vector<bool> rbools;
-  std::vector<char16_t> rchars;
-  std::vector<uint64_t> ru64;
-  std::optional<std::vector<int32_t>> rnone = std::vector<int32_t>{1};
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(p.get(), &ri32));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(p.get(), &rbytes));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(p.get(), &ri64));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(p.get(), &rf));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(p.get(), &rd));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(p.get(), &rbools));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(p.get(), &rchars));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(p.get(), &ru64));
-  ASSERT_EQ(STATUS_OK, ndk::AParcel_readNullableData(p.get(), &rnone));
-  EXPECT_EQ(i32, ri32);
-  EXPECT_EQ(bytes, rbytes);
-  EXPECT_EQ(i64, ri64);
-  EXPECT_EQ(f, rf);
-  EXPECT_TRUE(rd.empty());
-  EXPECT_EQ(bools, rbools);
-  EXPECT_EQ(chars, rchars);
-  EXPECT_EQ(u64, ru64);
-  EXPECT_FALSE(rnone.has_value());
+  auto back = arrays;
+  std::get<4>(back) = {9.0};
+  ASSERT_EQ(STATUS_OK, std::apply([&](auto&... v) { return lumx_test::ReadArgs(p.get(), &v...); }, back));
+  EXPECT_EQ(arrays, back);
+  std::optional<std::vector<int32_t>> none = std::vector<int32_t>{1};
+  ASSERT_EQ(STATUS_OK, ndk::AParcel_readNullableData(p.get(), &none));
+  EXPECT_FALSE(none.has_value());
   EXPECT_EQ(AParcel_getDataSize(p.get()), AParcel_getDataPosition(p.get()));
-
   // A null array where one is required.
   ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(p.get(), AParcel_getDataSize(p.get()) - 4));
-  EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readData(p.get(), &ri32));
+  EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readData(p.get(), &std::get<0>(back)));
 }
 
 TEST(ParcelTest, ArrayArgumentAndLengthChecks) {
@@ -484,48 +435,32 @@ TEST(ParcelTest, StrongBindersAndDescriptorsInParcels) {
 TEST(ParcelTest, GarbageNeverReadsOutOfBounds) {
   // Every reader on every prefix of a small random-looking buffer returns a
   // status; the sanitizers catch any out-of-bounds access.
-  std::vector<uint8_t> junk;
+  std::vector<uint8_t> junk(4, 0xff);  // -1 early
   uint32_t x = 12345;
-  for (int i = 0; i < 64; ++i) {
-    x = x * 1103515245 + 12345;
-    junk.push_back(static_cast<uint8_t>(x >> 16));
-  }
-  junk[0] = 0xff;  // -1 somewhere early
-  junk[1] = 0xff;
-  junk[2] = 0xff;
-  junk[3] = 0xff;
+  while (junk.size() < 64) junk.push_back(static_cast<uint8_t>((x = x * 1103515245 + 12345) >> 16));
+  const std::vector<std::function<void(const AParcel*)>> readers = {
+      [](const AParcel* p) { std::string v; (void)ndk::AParcel_readData(p, &v); },
+      [](const AParcel* p) { std::vector<int32_t> v; (void)ndk::AParcel_readData(p, &v); },
+      [](const AParcel* p) { std::vector<uint8_t> v; (void)ndk::AParcel_readData(p, &v); },
+      [](const AParcel* p) { std::vector<std::string> v; (void)ndk::AParcel_readData(p, &v); },
+      [](const AParcel* p) { std::vector<Point> v; (void)ndk::AParcel_readData(p, &v); },
+      [](const AParcel* p) { std::vector<bool> v; (void)ndk::AParcel_readData(p, &v); },
+      [](const AParcel* p) { Point v; (void)ndk::AParcel_readData(p, &v); },
+      [](const AParcel* p) { ndk::ScopedAStatus v; (void)AParcel_readStatusHeader(p, v.getR()); },
+      [](const AParcel* p) {
+        AIBinder* b = nullptr;
+        (void)AParcel_readStrongBinder(p, &b);
+        EXPECT_EQ(nullptr, b) << "a parcel without objects yields no binder";
+      },
+  };
   for (size_t n = 0; n <= junk.size(); ++n) {
     ScopedAParcel p = NewParcel();
     lumx_binder::ParcelSetData(p.get(), std::vector<uint8_t>(junk.begin(), junk.begin() + n));
     for (size_t start = 0; start < n + 4; start += 4) {
-      std::string s;
-      std::vector<int32_t> vi;
-      std::vector<uint8_t> vb;
-      std::vector<std::string> vs;
-      std::vector<Point> vp;
-      std::vector<bool> vbool;
-      Point pt;
-      ndk::ScopedAStatus status;
-      AIBinder* b = nullptr;
-      AParcel_setDataPosition(p.get(), static_cast<int32_t>(start));
-      (void)ndk::AParcel_readData(p.get(), &s);
-      AParcel_setDataPosition(p.get(), static_cast<int32_t>(start));
-      (void)ndk::AParcel_readData(p.get(), &vi);
-      AParcel_setDataPosition(p.get(), static_cast<int32_t>(start));
-      (void)ndk::AParcel_readData(p.get(), &vb);
-      AParcel_setDataPosition(p.get(), static_cast<int32_t>(start));
-      (void)ndk::AParcel_readData(p.get(), &vs);
-      AParcel_setDataPosition(p.get(), static_cast<int32_t>(start));
-      (void)ndk::AParcel_readData(p.get(), &vp);
-      AParcel_setDataPosition(p.get(), static_cast<int32_t>(start));
-      (void)ndk::AParcel_readData(p.get(), &vbool);
-      AParcel_setDataPosition(p.get(), static_cast<int32_t>(start));
-      (void)ndk::AParcel_readData(p.get(), &pt);
-      AParcel_setDataPosition(p.get(), static_cast<int32_t>(start));
-      if (AParcel_readStatusHeader(p.get(), status.getR()) != STATUS_OK) status.set(nullptr);
-      AParcel_setDataPosition(p.get(), static_cast<int32_t>(start));
-      (void)AParcel_readStrongBinder(p.get(), &b);
-      EXPECT_EQ(nullptr, b) << "a parcel without objects yields no binder";
+      for (const auto& read : readers) {
+        AParcel_setDataPosition(p.get(), static_cast<int32_t>(start));
+        read(p.get());
+      }
     }
   }
 }
