@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -85,12 +86,7 @@ TEST_F(ControlChannelTest, StampsHeaderOfEveryOpcodeAndKeepsPayload) {
     msg.resize(c.size);
     for (size_t i = 8; i < c.size; ++i) msg[i] = static_cast<uint8_t>(0xA0 + i);
     // Garbage in the header must be overwritten, except the status bytes.
-    msg[0] = 0x77;
-    msg[1] = 0x77;
-    msg[2] = 0x77;
-    msg[3] = 0x77;
-    msg[4] = 0x77;
-    msg[5] = 0x77;
+    std::fill(msg.begin(), msg.begin() + 6, 0x77);
     const uint32_t idBefore = CommandCounter();
     const size_t before = driver_->Requests().size();
     ASSERT_EQ(0, Send(c.opcode, msg));
@@ -98,14 +94,9 @@ TEST_F(ControlChannelTest, StampsHeaderOfEveryOpcodeAndKeepsPayload) {
     ASSERT_EQ(before + 1, requests.size());
     const std::vector<uint8_t>& req = requests.back();
     ASSERT_EQ(c.size, req.size());
-    EXPECT_EQ(0, req[0]);
-    EXPECT_EQ(static_cast<uint8_t>(idBefore & 0xff), req[1]);
-    EXPECT_EQ(c.size & 0xff, req[2]);
-    EXPECT_EQ(0, req[3]);
-    EXPECT_EQ(c.opcode & 0xff, req[4]);
-    EXPECT_EQ(0, req[5]);
-    EXPECT_EQ(0, req[6]);
-    EXPECT_EQ(0, req[7]);
+    const std::vector<uint8_t> header = {0, static_cast<uint8_t>(idBefore), static_cast<uint8_t>(c.size), 0,
+                                         static_cast<uint8_t>(c.opcode), 0, 0, 0};
+    EXPECT_EQ(header, std::vector<uint8_t>(req.begin(), req.begin() + 8));
     for (size_t i = 8; i < c.size; ++i) EXPECT_EQ(static_cast<uint8_t>(0xA0 + i), req[i]) << "offset " << i;
     EXPECT_EQ(idBefore + 1, CommandCounter());
   }
@@ -122,94 +113,68 @@ TEST_F(ControlChannelTest, ReplyIsReadOverTheRequest) {
   for (size_t i = 8; i < msg.size(); ++i) EXPECT_EQ(i, msg[i]);
 }
 
-TEST_F(ControlChannelTest, LogsSendLineAndReplyOk) {
-  LogCapture log;
-  std::vector<uint8_t> msg(kTapEnableCmdSize, 0);
-  ASSERT_EQ(0, Send(CMD_LUMX_TAP_ENABLE_ID, msg));
-  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_INFO, "SendLumxCommand: send opcode 0xca\n"));
-  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_INFO, "LUM reply OK"));
-  EXPECT_EQ(0u, log.count("reply status"));
+FakeControlDriver::Action With(const std::function<void(FakeControlDriver::Action&)>& edit) {
+  FakeControlDriver::Action a;
+  edit(a);
+  return a;
 }
 
-TEST_F(ControlChannelTest, DspErrorStatusIsReturnedWithBothLines) {
-  driver_->Queue(lumx_test::Status(-5));
-  LogCapture log;
-  std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
-  EXPECT_EQ(-5, Send(CMD_LUMX_TAP_INFO_ID, msg));
-  const int status = IndexOf(log, "LUM opcode 0xcd reply status -5");
-  const int ok = IndexOf(log, "LUM reply OK");
-  ASSERT_GE(status, 0);
-  ASSERT_GE(ok, 0);
-  EXPECT_LT(status, ok);
-  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_ERROR, "LUM opcode 0xcd reply status -5"));
-}
-
-TEST_F(ControlChannelTest, PositiveAndLargeStatusesAreSigned16Bit) {
-  driver_->Queue(lumx_test::Status(7));
-  driver_->Queue(lumx_test::Status(-32768));
-  std::vector<uint8_t> msg(kTapListCmdSize, 0);
-  EXPECT_EQ(7, Send(CMD_LUMX_TAP_LIST_ID, msg));
-  EXPECT_EQ(-32768, Send(CMD_LUMX_TAP_LIST_ID, msg));
-}
-
-TEST_F(ControlChannelTest, ReplyToAnotherOpcodeIsSkipped) {
-  FakeControlDriver::Action answer;
-  answer.otherOpcodeFirst = CMD_LUMX_TAP_ENABLE_ID;
-  driver_->Queue(answer);
-  LogCapture log;
-  std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
-  EXPECT_EQ(0, Send(CMD_LUMX_TAP_INFO_ID, msg));
-  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_ERROR, "mismatch reply id 202 opcode 0xcd"));
-  EXPECT_EQ(1u, driver_->Requests().size());  // no resend
-}
-
-TEST_F(ControlChannelTest, IdByteIsNotMatched) {
-  // A reply that carries a different id but the right opcode is the answer.
-  FakeControlDriver::Action answer;
-  answer.fill = [](const std::vector<uint8_t>&, std::vector<uint8_t>& reply) { reply[1] ^= 0x5a; };
-  driver_->Queue(answer);
-  LogCapture log;
-  std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
-  EXPECT_EQ(0, Send(CMD_LUMX_TAP_INFO_ID, msg));
-  EXPECT_EQ(0u, log.count("mismatch"));
-}
-
-TEST_F(ControlChannelTest, NoReplyTimesOut) {
-  FakeControlDriver::Action silent;
-  silent.silent = true;
-  driver_->Queue(silent);
-  LogCapture log;
-  std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
-  EXPECT_EQ(-1, Send(CMD_LUMX_TAP_INFO_ID, msg));
-  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_WARN, "waitForLumxCommandResponse: timeout for opcode 0xcd"));
-  EXPECT_EQ(0u, log.count("LUM reply OK"));
-}
-
-TEST_F(ControlChannelTest, SkippedReplyDoesNotRestartTheBudget) {
-  // The wrong reply comes after 350 ms and the right one 350 ms later: each
-  // wait alone is shorter than 500 ms, the exchange as a whole is not.
-  FakeControlDriver::Action late;
-  late.delayMs = 350;
-  late.otherOpcodeFirst = CMD_LUMX_TAP_BIND_ID;
-  late.delayBetweenMs = 350;
-  driver_->Queue(late);
-  LogCapture log;
-  std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
-  EXPECT_EQ(-1, Send(CMD_LUMX_TAP_INFO_ID, msg));
-  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_WARN, "waitForLumxCommandResponse: timeout for opcode 0xcd"));
-  // Let the late reply drain before the next test's descriptor.
-  ASSERT_TRUE(driver_->WaitHandled(1));
-}
-
-TEST_F(ControlChannelTest, ShortReplyIsLoggedAndWaitedPast) {
-  FakeControlDriver::Action shortReply;
-  shortReply.wrongSize = 10;
-  driver_->Queue(shortReply);
-  LogCapture log;
-  std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
-  EXPECT_EQ(-1, Send(CMD_LUMX_TAP_INFO_ID, msg));
-  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_ERROR, "wrong data sz 10"));
-  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_WARN, "waitForLumxCommandResponse: timeout for opcode 0xcd"));
+// One TAP_INFO exchange per scripted answer: the status returned and the
+// lines logged, in order (and the lines that must not appear).
+TEST_F(ControlChannelTest, ReplyFailureTable) {
+  const std::string timeout = "waitForLumxCommandResponse: timeout for opcode 0xcd";
+  const struct {
+    const char* name;
+    FakeControlDriver::Action action;
+    int32_t status;
+    std::vector<std::pair<int, std::string>> logged;
+    std::vector<std::string> absent;
+  } cases[] = {
+      {"ok", {}, 0,
+       {{ANDROID_LOG_INFO, "SendLumxCommand: send opcode 0xcd\n"}, {ANDROID_LOG_INFO, "LUM reply OK"}},
+       {"reply status", "mismatch"}},
+      {"dsp error", lumx_test::Status(-5), -5,
+       {{ANDROID_LOG_ERROR, "LUM opcode 0xcd reply status -5"}, {ANDROID_LOG_INFO, "LUM reply OK"}}, {}},
+      {"positive status", lumx_test::Status(7), 7, {}, {}},
+      {"status is signed 16 bit", lumx_test::Status(-32768), -32768, {}, {}},
+      // A reply to another opcode is skipped, and nothing is resent.
+      {"other opcode first", With([](auto& a) { a.otherOpcodeFirst = CMD_LUMX_TAP_ENABLE_ID; }), 0,
+       {{ANDROID_LOG_ERROR, "mismatch reply id 202 opcode 0xcd"}, {ANDROID_LOG_INFO, "LUM reply OK"}}, {}},
+      // The id byte is not matched: the right opcode is the answer.
+      {"other id byte",
+       With([](auto& a) { a.fill = [](const std::vector<uint8_t>&, std::vector<uint8_t>& r) { r[1] ^= 0x5a; }; }), 0,
+       {}, {"mismatch"}},
+      {"no reply", With([](auto& a) { a.silent = true; }), -1, {{ANDROID_LOG_WARN, timeout}}, {"LUM reply OK"}},
+      {"short reply", With([](auto& a) { a.wrongSize = 10; }), -1,
+       {{ANDROID_LOG_ERROR, "wrong data sz 10"}, {ANDROID_LOG_WARN, timeout}}, {}},
+      // Last, as its real reply comes too late and stays unread: the wrong
+      // reply after 350 ms, the right one 350 ms later; each wait alone is
+      // shorter than 500 ms, the exchange as a whole is not.
+      {"skipped reply keeps the budget", With([](auto& a) {
+         a.delayMs = 350;
+         a.otherOpcodeFirst = CMD_LUMX_TAP_BIND_ID;
+         a.delayBetweenMs = 350;
+       }),
+       -1, {{ANDROID_LOG_WARN, timeout}}, {"LUM reply OK"}},
+  };
+  size_t sent = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    driver_->Queue(c.action);
+    LogCapture log;
+    std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
+    EXPECT_EQ(c.status, Send(CMD_LUMX_TAP_INFO_ID, msg));
+    EXPECT_EQ(++sent, driver_->Requests().size());
+    // The late reply (last case) drains before the descriptor closes.
+    ASSERT_TRUE(driver_->WaitHandled(sent));
+    int last = -1;
+    for (const auto& line : c.logged) {
+      EXPECT_TRUE(HasEntry(log, line.first, line.second)) << line.second;
+      EXPECT_LT(last, IndexOf(log, line.second)) << line.second;
+      last = IndexOf(log, line.second);
+    }
+    for (const std::string& text : c.absent) EXPECT_EQ(0u, log.count(text)) << text;
+  }
 }
 
 TEST_F(ControlChannelTest, ClosedDescriptorIsReopenedAndTheMessageResent) {

@@ -47,26 +47,30 @@ bool HasEntry(const LogCapture& log, int prio, const std::string& message) {
   return false;
 }
 
-// A device directory with one tap-out and one inject node (plain files are
-// enough for discovery) and a sysfs root with the wake-lock files.
+// The wake-lock files of a private sysfs root.
+void MakePowerFiles(const TempDir& sys) {
+  ASSERT_EQ(0, mkdir(sys.Join("power").c_str(), 0755));
+  sys.Touch("power/wake_lock");
+  sys.Touch("power/wake_unlock");
+}
+
+// A device directory with one tap-out and one inject node and a sysfs root
+// with the wake-lock files. The tap-out node is a FIFO whose other end the
+// test holds but never writes: an enabled buffer's I/O thread waits for data
+// that never comes. The inject node is a plain file.
 class DeviceWatchTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_FALSE(dev_.path().empty());
-    dev_.Touch("zch-lumx_tapout0");
+    ASSERT_EQ(0, mkfifo(dev_.Join("zch-lumx_tapout0").c_str(), 0644));
+    fifoWriter_.reset(open(dev_.Join("zch-lumx_tapout0").c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_TRUE(fifoWriter_.ok());
     dev_.Touch("zch-lumx_inject0");
-    ASSERT_EQ(0, mkdir(sys_.Join("power").c_str(), 0755));
-    sys_.Touch("power/wake_lock");
-    sys_.Touch("power/wake_unlock");
+    MakePowerFiles(sys_);
     service_ = LumxServiceTestAccess::Make();
     ASSERT_EQ(1u, service_->tapOutBufferCount());
     ASSERT_EQ(1u, service_->injectBufferCount());
   }
   void TearDown() override { service_.reset(); }
-
-  void UpdateWakeLock(CommandResult* result) {
-    LumxServiceTestAccess::UpdateWakeLock(*service_, result);
-  }
 
   void Handle(uint32_t mask, const std::string& name) {
     SyntheticEvent event(mask, name);
@@ -77,6 +81,7 @@ class DeviceWatchTest : public ::testing::Test {
   TempDir sys_{"lumx-sys"};
   ScopedEnv devEnv_{"LUMX_DEV_ROOT", dev_.path().c_str()};
   ScopedEnv sysEnv_{"LUMX_SYSFS_ROOT", sys_.path().c_str()};
+  lumx::unique_fd fifoWriter_;
   std::shared_ptr<LumxService> service_;
 };
 
@@ -118,13 +123,6 @@ TEST_F(DeviceWatchTest, CreationRescansOnlyOnceUntilADeletion) {
   Handle(IN_CREATE, "zch-lumx_inject0");
   ASSERT_TRUE(WaitUntil([&] { return log.count("Found 1 tap-out buffer, 1 inject buffer") == 2; }));
   EXPECT_EQ(1u, service_->tapOutBufferCount());
-}
-
-TEST_F(DeviceWatchTest, ControlNodeCreationAlsoStartsARescan) {
-  LogCapture log;
-  Handle(IN_CREATE, "zch-lumx_control");
-  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_INFO, "zch-lumx_control online\n"));
-  EXPECT_TRUE(LumxServiceTestAccess::RescanHeld(*service_));
 }
 
 TEST_F(DeviceWatchTest, OtherEventsOnlyReachTheProcessors) {
@@ -175,43 +173,12 @@ TEST_F(DeviceWatchTest, DestructionJoinsARetryingRescan) {
   EXPECT_EQ(1u, log.count("Found 0 tap-out buffers"));
 }
 
-TEST_F(DeviceWatchTest, WakeLockLineWithNothingEnabled) {
-  CommandResult result;
-  UpdateWakeLock(&result);
-  ASSERT_EQ(1u, result.strList.size());
-  EXPECT_EQ("0 buffers enabled, 0 processors active, wakelock needed: 0", result.strList[0]);
-  EXPECT_FALSE(Lumxd::Instance().wakeLockHeld());
-}
-
-TEST_F(DeviceWatchTest, HotwordProcessorCountsAsActiveButNeedsNoLock) {
-  auto* hwae = new RecordingProcessor(FourCc("hwae"));
-  LumxServiceTestAccess::AddProcessor(*service_, hwae->id(), hwae);
-  CommandResult result;
-  UpdateWakeLock(&result);
-  EXPECT_EQ("0 buffers enabled, 0 processors active, wakelock needed: 0", result.strList.back());
-  hwae->Enable(true);
-  UpdateWakeLock(&result);
-  EXPECT_EQ("0 buffers enabled, 1 processor active, wakelock needed: 0", result.strList.back());
-  EXPECT_FALSE(Lumxd::Instance().wakeLockHeld());
-  EXPECT_EQ("", ReadFileText(sys_.Join("power/wake_lock")));
-}
-
-// The need computed from enabled tap-out buffers and their processors. The
-// tap-out node is a FIFO whose other end the test holds but never writes:
-// its I/O thread waits for data that never comes. The inject node is a
-// plain file.
-class WakeLockPolicyTest : public ::testing::Test {
+// The need computed from enabled tap-out buffers and their processors.
+class WakeLockPolicyTest : public DeviceWatchTest {
  protected:
   void SetUp() override {
-    ASSERT_EQ(0, mkfifo(dev_.Join("zch-lumx_tapout0").c_str(), 0644));
-    fifoWriter_.reset(open(dev_.Join("zch-lumx_tapout0").c_str(), O_RDWR | O_CLOEXEC));
-    ASSERT_TRUE(fifoWriter_.ok());
-    dev_.Touch("zch-lumx_inject0");
-    ASSERT_EQ(0, mkdir(sys_.Join("power").c_str(), 0755));
-    sys_.Touch("power/wake_lock");
-    sys_.Touch("power/wake_unlock");
     Lumxd::Instance().UpdateWakeLock(false);
-    service_ = LumxServiceTestAccess::Make();
+    DeviceWatchTest::SetUp();
     tapOut_ = service_->findTapOutBuffer(0);
     inject_ = service_->findInjectBuffer(0);
     ASSERT_NE(nullptr, tapOut_);
@@ -234,18 +201,15 @@ class WakeLockPolicyTest : public ::testing::Test {
     return p;
   }
 
-  TempDir dev_{"lumx-wl"};
-  TempDir sys_{"lumx-sys"};
-  ScopedEnv devEnv_{"LUMX_DEV_ROOT", dev_.path().c_str()};
-  ScopedEnv sysEnv_{"LUMX_SYSFS_ROOT", sys_.path().c_str()};
-  lumx::unique_fd fifoWriter_;
-  std::shared_ptr<LumxService> service_;
   LumxBuffer* tapOut_ = nullptr;
   LumxBuffer* inject_ = nullptr;
 };
 
-TEST_F(WakeLockPolicyTest, EnabledTapOutBufferNeedsTheLock) {
+// An enabled tap-out buffer needs the lock; an enabled inject buffer alone
+// does not.
+TEST_F(WakeLockPolicyTest, OnlyTapOutBuffersNeedTheLock) {
   ASSERT_EQ(0, tapOut_->Enable(true));
+  ASSERT_EQ(0, inject_->Enable(true));
   EXPECT_EQ("1 buffers enabled, 0 processors active, wakelock needed: 1", Line());
   EXPECT_TRUE(Lumxd::Instance().wakeLockHeld());
   EXPECT_EQ("lumx", ReadFileText(sys_.Join("power/wake_lock")));
@@ -253,15 +217,6 @@ TEST_F(WakeLockPolicyTest, EnabledTapOutBufferNeedsTheLock) {
   EXPECT_EQ("0 buffers enabled, 0 processors active, wakelock needed: 0", Line());
   EXPECT_FALSE(Lumxd::Instance().wakeLockHeld());
   EXPECT_EQ("lumx", ReadFileText(sys_.Join("power/wake_unlock")));
-}
-
-TEST_F(WakeLockPolicyTest, EnabledInjectBufferAloneReleasesTheLock) {
-  ASSERT_EQ(0, tapOut_->Enable(true));
-  ASSERT_EQ(0, inject_->Enable(true));
-  EXPECT_EQ("1 buffers enabled, 0 processors active, wakelock needed: 1", Line());
-  ASSERT_EQ(0, tapOut_->Enable(false));
-  EXPECT_EQ("0 buffers enabled, 0 processors active, wakelock needed: 0", Line());
-  EXPECT_FALSE(Lumxd::Instance().wakeLockHeld());
   ASSERT_EQ(0, inject_->Enable(false));
 }
 
@@ -292,9 +247,7 @@ TEST_F(WakeLockPolicyTest, CountsEnabledProcessorsOfEnabledTapOutBuffers) {
 class WakeLockTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(0, mkdir(sys_.Join("power").c_str(), 0755));
-    sys_.Touch("power/wake_lock");
-    sys_.Touch("power/wake_unlock");
+    MakePowerFiles(sys_);
     // Start from a released lock whatever earlier tests left.
     Lumxd::Instance().UpdateWakeLock(false);
     ASSERT_FALSE(Lumxd::Instance().wakeLockHeld());

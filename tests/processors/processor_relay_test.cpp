@@ -1,6 +1,7 @@
 // AudioRelayProcessor: capture, client exchange, test tone and output fan-out
 // of ProcessBlock; SendAudio's checks and single slot; the relay's
 // parameters; a client that fails; concurrent use from several threads.
+#include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,15 +9,12 @@
 #include <thread>
 #include <vector>
 
-#include <android/log.h>
-
 #include "lumx_host/log_capture.h"
 #include "processors/audio_relay_processor.h"
 #include "support/processor_test_util.h"
 
 namespace {
 
-using ::lumx::test::processor::Pcm16;
 using ::lumx::test::processor::Ramp;
 using ::lumx::test::processor::RampBlock;
 using ::lumx::test::processor::RecordingCallback;
@@ -66,21 +64,17 @@ class ProcessorRelayTest : public ::testing::Test {
   std::vector<uint8_t> out_;
 };
 
-TEST_F(ProcessorRelayTest, MonoBlockWithoutClientGoesStraightBack) {
+TEST_F(ProcessorRelayTest, WithoutAClientTheFirstChannelGoesBackOnEveryChannel) {
   Enable();
-  const std::vector<uint8_t> in = RampBlock(4800, 1);
-  ASSERT_EQ(9600u, in.size());
-  EXPECT_EQ(0, Block(in));
-  EXPECT_EQ(in, out_);
-}
+  const std::vector<uint8_t> mono = RampBlock(4800, 1);
+  ASSERT_EQ(9600u, mono.size());
+  EXPECT_EQ(0, Block(mono));
+  EXPECT_EQ(mono, out_);
 
-TEST_F(ProcessorRelayTest, TwoChannelBlockCarriesTheFirstChannelOnBothChannels) {
   buffers_.SetTapFormat(48000, 2, 2);
-  Enable();
-  const std::vector<uint8_t> in = RampBlock(4800, 2);
-  ASSERT_EQ(19200u, in.size());
-  ASSERT_EQ(0, Block(in));
+  ASSERT_EQ(0, Block(RampBlock(4800, 2)));
   const std::vector<int16_t> out = OutSamples();
+  ASSERT_EQ(9600u, out.size());
   for (uint32_t f = 0; f < 10; ++f) {
     for (uint32_t c = 0; c < 2; ++c) {
       for (uint32_t i = 0; i < kFrame; ++i) {
@@ -90,64 +84,46 @@ TEST_F(ProcessorRelayTest, TwoChannelBlockCarriesTheFirstChannelOnBothChannels) 
   }
 }
 
-TEST_F(ProcessorRelayTest, ClientHearsTheFirstChannelAsMono16BitPackets) {
+TEST_F(ProcessorRelayTest, ClientHearsTheFirstChannelAsMono16BitPacketsEvenWithoutAnOutput) {
   buffers_.SetTapFormat(48000, 2, 2);
   Enable();
   auto client = Client();
-  ASSERT_EQ(0, Block(RampBlock(4800, 2)));
+  const std::vector<uint8_t> in = RampBlock(4800, 2);
+  ASSERT_EQ(0, relay_.ProcessBlock(in.data(), in.size(), nullptr, in.size()));
   ASSERT_EQ(1u, client->count());
-  const AudioPacket p = client->last();
-  EXPECT_EQ(static_cast<int32_t>(kArl1), p.processor_id);
-  EXPECT_EQ(5, p.sampleRate);
-  EXPECT_EQ(0, p.format);
-  EXPECT_EQ(1, p.bitsPerSample);
-  EXPECT_EQ(1, p.numChannels);
-  EXPECT_EQ(1, p.reserved);
-  ASSERT_EQ(9600u, p.data.size());
-  const std::vector<int16_t> heard = Samples16(p.data);
-  for (uint32_t k = 0; k < 4800; ++k) ASSERT_EQ(Ramp(0, k), heard[k]) << k;
+  std::vector<int16_t> heard(4800);
+  for (uint32_t k = 0; k < 4800; ++k) heard[k] = Ramp(0, k);
+  // processor_id, then 5 (48 kHz), 0, 1 (16 bits), 1 channel, 1.
+  EXPECT_EQ(RelayPacket(kArl1, heard), client->last());
 }
 
-TEST_F(ProcessorRelayTest, InvalidTapFormatsFailEveryBlock) {
+TEST_F(ProcessorRelayTest, InvalidTapFormatsAndBlockSizesFailTheBlock) {
   Enable();
+  const std::vector<uint8_t> in = RampBlock(4800, 1);
+  const auto fails = [&](const std::vector<uint8_t>& block, const char* line) {
+    capture_.clear();
+    EXPECT_EQ(-1, Block(block)) << line;
+    EXPECT_THAT(out_, Each(Eq(0))) << line;
+    EXPECT_THAT(capture_.entries(), Contains(::lumx_host::LogEntry{ANDROID_LOG_ERROR, "lumx", line}));
+  };
   struct Case {
     uint32_t rate;
-    uint8_t ch;
-    uint8_t bps;
+    uint8_t ch, bps;
     const char* line;
   };
-  const Case cases[] = {
-      {44100, 1, 2, "Invalid tap format (sample rate 44100, ch 1, bytes/sample 2)"},
-      {48000, 3, 2, "Invalid tap format (sample rate 48000, ch 3, bytes/sample 2)"},
-      {48000, 0, 2, "Invalid tap format (sample rate 48000, ch 0, bytes/sample 2)"},
-      {48000, 1, 4, "Invalid tap format (sample rate 48000, ch 1, bytes/sample 4)"},
-  };
-  const std::vector<uint8_t> in = RampBlock(4800, 1);
-  for (const Case& c : cases) {
+  for (const Case& c : {Case{44100, 1, 2, "Invalid tap format (sample rate 44100, ch 1, bytes/sample 2)"},
+                        Case{48000, 3, 2, "Invalid tap format (sample rate 48000, ch 3, bytes/sample 2)"},
+                        Case{48000, 0, 2, "Invalid tap format (sample rate 48000, ch 0, bytes/sample 2)"},
+                        Case{48000, 1, 4, "Invalid tap format (sample rate 48000, ch 1, bytes/sample 4)"}}) {
     buffers_.SetTapFormat(c.rate, c.ch, c.bps);
-    capture_.clear();
-    EXPECT_EQ(-1, Block(in)) << c.line;
-    EXPECT_THAT(out_, Each(Eq(0))) << c.line;
-    EXPECT_THAT(capture_.entries(), Contains(::lumx_host::LogEntry{ANDROID_LOG_ERROR, "lumx", c.line}));
+    fails(in, c.line);
   }
-}
-
-TEST_F(ProcessorRelayTest, BlockSizeMustMatchTheBlockLength) {
-  Enable();
-  EXPECT_EQ(-1, Block(std::vector<uint8_t>(9598, 1)));
-  EXPECT_THAT(out_, Each(Eq(0)));
-  EXPECT_THAT(capture_.entries(),
-              Contains(::lumx_host::LogEntry{ANDROID_LOG_ERROR, "lumx",
-                                             "arl1 ProcessBlock: Unexpected number of samples (4799 != 4800, num_ch = 1)"}));
-  // Two channels' worth of bytes on a one-channel tap is twice too long.
-  EXPECT_EQ(-1, Block(std::vector<uint8_t>(19200, 1)));
-  EXPECT_TRUE(capture_.contains("(9600 != 4800, num_ch = 1)"));
-  buffers_.SetTapFormat(48000, 2, 2);
-  EXPECT_EQ(0, Block(std::vector<uint8_t>(19200, 1)));
-  // The smaller of the two sizes counts.
-  std::vector<uint8_t> in(9600, 1);
-  std::vector<uint8_t> out(9598, 0);
   buffers_.SetTapFormat(48000, 1, 2);
+  fails(std::vector<uint8_t>(9598, 1), "arl1 ProcessBlock: Unexpected number of samples (4799 != 4800, num_ch = 1)");
+  // Two channels' worth of bytes on a one-channel tap is twice too long.
+  fails(std::vector<uint8_t>(19200, 1), "arl1 ProcessBlock: Unexpected number of samples (9600 != 4800, num_ch = 1)");
+  // The smaller of the two sizes counts.
+  std::vector<uint8_t> out(9598, 0);
   EXPECT_EQ(-1, relay_.ProcessBlock(in.data(), in.size(), out.data(), out.size()));
 }
 
@@ -155,67 +131,47 @@ TEST_F(ProcessorRelayTest, DisabledDoesNothingAndUnwiredFails) {
   const std::vector<uint8_t> in = RampBlock(4800, 1);
   EXPECT_EQ(0, Block(in));  // never enabled
   EXPECT_THAT(out_, Each(Eq(0)));
+  Enable();
+  ASSERT_EQ(0, relay_.Enable(false));
+  EXPECT_EQ(0, Block(in));
+  EXPECT_THAT(out_, Each(Eq(0)));
 
   AudioRelayProcessor unwired(kArl1);
   ASSERT_EQ(0, unwired.Enable(true));  // enabling needs no wiring
   std::vector<uint8_t> out(in.size(), 0);
   EXPECT_EQ(-1, unwired.ProcessBlock(in.data(), in.size(), out.data(), out.size()));
-
-  Enable();
-  ASSERT_EQ(0, Block(in));
-  ASSERT_EQ(0, relay_.Enable(false));
-  EXPECT_EQ(0, Block(in));
-  EXPECT_THAT(out_, Each(Eq(0)));
-  EXPECT_EQ(0, relay_.Enable(false));
 }
 
-TEST_F(ProcessorRelayTest, NullOutputStillServesTheClient) {
+TEST_F(ProcessorRelayTest, OneSendAudioSlotTheLastWinsAndOneBlockCarriesIt) {
   Enable();
   auto client = Client();
   const std::vector<uint8_t> in = RampBlock(4800, 1);
-  EXPECT_EQ(0, relay_.ProcessBlock(in.data(), in.size(), nullptr, in.size()));
-  EXPECT_EQ(1u, client->count());
-}
-
-TEST_F(ProcessorRelayTest, OneSendAudioIsCarriedByExactlyOneBlock) {
-  Enable();
-  auto client = Client();
-  const std::vector<uint8_t> in = RampBlock(4800, 1);
-
-  ASSERT_EQ(0, Block(in));
-  EXPECT_THAT(out_, Each(Eq(0)));  // a client that sent nothing: silence
+  const auto blockOut = [&] {
+    EXPECT_EQ(0, Block(in));
+    return OutSamples();
+  };
+  EXPECT_EQ(Constant(4800, 0), blockOut());  // a client that sent nothing: silence
 
   std::vector<int16_t> speech(4800);
   for (size_t i = 0; i < speech.size(); ++i) speech[i] = static_cast<int16_t>(i * 3 - 7000);
   ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, speech)));
-  ASSERT_EQ(0, Block(in));
-  EXPECT_EQ(speech, OutSamples());
-  ASSERT_EQ(0, Block(in));
-  EXPECT_THAT(out_, Each(Eq(0)));
-  EXPECT_EQ(3u, client->count());
+  EXPECT_EQ(speech, blockOut());
+  EXPECT_EQ(Constant(4800, 0), blockOut());
   // What the client heard was always the capture, never its own audio.
+  EXPECT_EQ(3u, client->count());
   for (const AudioPacket& p : client->all()) EXPECT_EQ(in, p.data);
-}
 
-TEST_F(ProcessorRelayTest, LastSendAudioWinsAndShortDataIsPaddedWithSilence) {
-  Enable();
-  auto client = Client();
+  // Short data is padded with silence, long data cut, empty data is silence.
   ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, Constant(4800, 11))));
   ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, Constant(100, 22))));
-  ASSERT_EQ(0, Block(RampBlock(4800, 1)));
-  const std::vector<int16_t> out = OutSamples();
-  EXPECT_EQ(Constant(100, 22), std::vector<int16_t>(out.begin(), out.begin() + 100));
-  EXPECT_EQ(Constant(4700, 0), std::vector<int16_t>(out.begin() + 100, out.end()));
-
-  // Longer than a block: the block's worth is injected.
+  std::vector<int16_t> padded = Constant(4800, 0);
+  std::fill(padded.begin(), padded.begin() + 100, 22);
+  EXPECT_EQ(padded, blockOut());
   ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, Constant(30000, 33))));
-  ASSERT_EQ(0, Block(RampBlock(4800, 1)));
-  EXPECT_EQ(Constant(4800, 33), OutSamples());
-
-  // Empty data: a silent block.
+  EXPECT_EQ(Constant(4800, 33), blockOut());
+  ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, Constant(4800, 44))));
   ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, {})));
-  ASSERT_EQ(0, Block(RampBlock(4800, 1)));
-  EXPECT_EQ(Constant(4800, 0), OutSamples());
+  EXPECT_EQ(Constant(4800, 0), blockOut());
 }
 
 TEST_F(ProcessorRelayTest, SendAudioChecksEachCodeInOrder) {
@@ -230,8 +186,16 @@ TEST_F(ProcessorRelayTest, SendAudioChecksEachCodeInOrder) {
   };
   const Case cases[] = {
       {[](AudioPacket& p) { p.processor_id = 0x61726c32; }, "SendAudio arl1: processor_id mismatch"},
-      {[](AudioPacket& p) { p.sampleRate = 4; p.format = 9; }, "SendAudio arl1: sampleRate mismatch"},
-      {[](AudioPacket& p) { p.format = 1; p.numChannels = 2; }, "SendAudio arl1: format mismatch"},
+      {[](AudioPacket& p) {
+         p.sampleRate = 4;
+         p.format = 9;
+       },
+       "SendAudio arl1: sampleRate mismatch"},
+      {[](AudioPacket& p) {
+         p.format = 1;
+         p.numChannels = 2;
+       },
+       "SendAudio arl1: format mismatch"},
       {[](AudioPacket& p) { p.bitsPerSample = 3; }, "SendAudio arl1: bitsPerSample mismatch"},
       {[](AudioPacket& p) { p.numChannels = 2; }, "SendAudio arl1: numChannels mismatch"},
   };
@@ -292,20 +256,7 @@ TEST_F(ProcessorRelayTest, FailingOrDeadClientInjectsSilenceUntilItRecovers) {
   EXPECT_EQ(calls, client->count());
 }
 
-TEST_F(ProcessorRelayTest, RejectedBlockLengthStopsARunningRelay) {
-  Enable();
-  EXPECT_EQ(Status::INVALID_VALUE, relay_.SetParameter(ParameterId::BLOCK_LENGTH, 0, Int(500)));
-  EXPECT_FALSE(relay_.IsEnabled());
-  const std::vector<uint8_t> in = RampBlock(4800, 1);
-  EXPECT_EQ(0, Block(in));
-  EXPECT_THAT(out_, Each(Eq(0)));
-  EXPECT_EQ(4800u, relay_.blockLength());
-  Enable();
-  EXPECT_EQ(0, Block(in));
-  EXPECT_EQ(in, out_);
-}
-
-TEST_F(ProcessorRelayTest, AcceptedBlockLengthRestartsWithTheNewSize) {
+TEST_F(ProcessorRelayTest, BlockLengthChangeRestartsARunningRelayOrStopsItWhenRefused) {
   Enable();
   auto client = Client();
   ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::BLOCK_LENGTH, 0, Int(960)));
@@ -316,8 +267,13 @@ TEST_F(ProcessorRelayTest, AcceptedBlockLengthRestartsWithTheNewSize) {
   ASSERT_EQ(1u, client->count());
   EXPECT_EQ(1920u, client->last().data.size());
 
+  EXPECT_EQ(Status::INVALID_VALUE, relay_.SetParameter(ParameterId::BLOCK_LENGTH, 0, Int(500)));
+  EXPECT_FALSE(relay_.IsEnabled());
+  EXPECT_EQ(960u, relay_.blockLength());
+  EXPECT_EQ(0, Block(RampBlock(960, 1)));
+  EXPECT_EQ(1u, client->count());
+
   // On a disabled relay the new length waits for the next enable.
-  ASSERT_EQ(0, relay_.Enable(false));
   ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::BLOCK_LENGTH, 0, Int(24000)));
   EXPECT_FALSE(relay_.IsEnabled());
   Enable();
@@ -333,69 +289,45 @@ TEST_F(ProcessorRelayTest, TelephonyIdsWithoutAServiceStillSetTheLength) {
   EXPECT_TRUE(art0.IsEnabled());
 }
 
-TEST_F(ProcessorRelayTest, TestToneOnEveryTwentiethBlock) {
+// The test tone replaces the first frame of every (48000 / block length * 2)th
+// block with a 480-sample square burst of +-4096 on every channel.
+TEST_F(ProcessorRelayTest, TestToneBlocks) {
+  const auto toneBlocks = [&](int blocks, uint32_t samples, uint32_t channels) {
+    const std::vector<uint8_t> in(samples * channels * 2, 0);
+    std::vector<int> tones;
+    for (int block = 1; block <= blocks; ++block) {
+      EXPECT_EQ(0, Block(in));
+      const std::vector<int16_t> out = OutSamples();
+      if (out[0] == 0) {
+        EXPECT_EQ(Constant(out.size(), 0), out) << block;
+        continue;
+      }
+      tones.push_back(block);
+      std::vector<int16_t> expected(out.size(), 0);
+      for (uint32_t i = 0; i < kFrame * channels; ++i) expected[i] = (i % kFrame / 24) % 2 == 0 ? -4096 : 4096;
+      EXPECT_EQ(expected, out) << block;
+    }
+    return tones;
+  };
   ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::TEST_MODE, 0, Int(1)));
   Enable();
-  const std::vector<uint8_t> in(9600, 0);
-  std::vector<int> toneBlocks;
-  for (int block = 1; block <= 60; ++block) {
-    ASSERT_EQ(0, Block(in));
-    const std::vector<int16_t> out = OutSamples();
-    if (out[0] != 0) {
-      toneBlocks.push_back(block);
-      for (uint32_t i = 0; i < kFrame; ++i) {
-        ASSERT_EQ((i / 24) % 2 == 0 ? -4096 : 4096, out[i]) << "sample " << i;
-      }
-      EXPECT_EQ(Constant(4800 - kFrame, 0), std::vector<int16_t>(out.begin() + kFrame, out.end()));
-    } else {
-      EXPECT_EQ(Constant(4800, 0), out) << block;
-    }
-  }
-  EXPECT_EQ((std::vector<int>{20, 40, 60}), toneBlocks);
-
+  EXPECT_EQ((std::vector<int>{20, 40, 60}), toneBlocks(60, 4800, 1));
   // Restarting starts the count again.
   ASSERT_EQ(0, relay_.Enable(false));
   Enable();
-  for (int block = 1; block < 20; ++block) {
-    ASSERT_EQ(0, Block(in));
-    ASSERT_EQ(0, OutSamples()[0]) << block;
-  }
-  ASSERT_EQ(0, Block(in));
-  EXPECT_EQ(-4096, OutSamples()[0]);
-}
+  EXPECT_EQ((std::vector<int>{20}), toneBlocks(20, 4800, 1));
 
-TEST_F(ProcessorRelayTest, TestTonePeriodFollowsTheBlockLength) {
-  // 48000 / 24000 = 2, so every 4th block.
   ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::BLOCK_LENGTH, 0, Int(24000)));
-  ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::TEST_MODE, 0, Int(1)));
   buffers_.SetTapFormat(48000, 2, 2);
-  Enable();
-  const std::vector<uint8_t> in(96000, 0);
-  std::vector<int> toneBlocks;
-  for (int block = 1; block <= 8; ++block) {
-    ASSERT_EQ(0, Block(in));
-    const std::vector<int16_t> out = OutSamples();
-    if (out[0] != 0) {
-      toneBlocks.push_back(block);
-      // Both channel blocks of the first frame carry the burst.
-      EXPECT_EQ(-4096, out[kFrame]);
-      EXPECT_EQ(4096, out[kFrame + 24]);
-    }
-  }
-  EXPECT_EQ((std::vector<int>{4, 8}), toneBlocks);
+  EXPECT_EQ((std::vector<int>{4, 8}), toneBlocks(8, 24000, 2));
 }
 
 TEST_F(ProcessorRelayTest, VersionIsOneOnlyAtElementOne) {
-  ParamValue v;
-  EXPECT_EQ(Status::OK, relay_.GetParameter(ParameterId::VERSION, 1, &v));
-  EXPECT_EQ(1, v.get<ParamValue::Tag::i>());
-  for (int element : {0, 2, -1}) {
+  for (int element : {1, 0, 2, -1}) {
+    ParamValue v;
     EXPECT_EQ(Status::OK, relay_.GetParameter(ParameterId::VERSION, element, &v));
-    EXPECT_EQ(0, v.get<ParamValue::Tag::i>());
+    EXPECT_EQ(element == 1 ? 1 : 0, v.get<ParamValue::Tag::i>()) << element;
   }
-  EXPECT_EQ(Status::OK, relay_.GetParameter(ParameterId::AUDIO_FORMAT, 1, &v));
-  EXPECT_EQ(3, v.get<ParamValue::Tag::i>());
-  EXPECT_EQ(Status::INVALID_PARAMETER, relay_.GetParameter(ParameterId::UNSPECIFIED, 0, &v));
   EXPECT_EQ(Status::READ_ONLY, relay_.SetParameter(ParameterId::VERSION, 1, Int(1)));
 }
 
@@ -411,7 +343,6 @@ TEST_F(ProcessorRelayTest, ConcurrentStreamingAndControl) {
     const std::vector<uint8_t> in = RampBlock(4800, 2);
     std::vector<uint8_t> out(in.size());
     while (!stop.load()) {
-      std::fill(out.begin(), out.end(), 0);
       relay_.ProcessBlock(in.data(), in.size(), out.data(), out.size());
       blocks.fetch_add(1);
     }

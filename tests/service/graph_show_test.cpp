@@ -57,11 +57,7 @@ class GraphShowTest : public ::testing::Test {
     service_->ProcessorEnable(id, true, &r);
     ASSERT_EQ(Status::OK, r.status) << r.toString();
   }
-  CommandResult Graph() {
-    CommandResult r;
-    EXPECT_TRUE(service_->ShowGraph(&r).isOk());
-    return r;
-  }
+  CommandResult Graph() { return ::lumx::test::Call([&](CommandResult* r) { return service_->ShowGraph(r); }); }
   std::vector<int> ListedCores() {
     std::vector<int> cores;
     for (const auto& req : dsp_.Requests()) {
@@ -75,7 +71,7 @@ class GraphShowTest : public ::testing::Test {
   std::shared_ptr<LumxService> service_;
 };
 
-TEST_F(GraphShowTest, FailureOnCore3EndsTheReport) {
+TEST_F(GraphShowTest, ListFailureEndsTheReportAndNamesTheCore) {
   NewPass(kPas1);
   dsp_.Fail(FakeDsp::kTapList, -19, 3);
   lumx_host::LogCapture capture;
@@ -91,13 +87,10 @@ TEST_F(GraphShowTest, FailureOnCore3EndsTheReport) {
                                  "ShowGraph: CommandResult{status: ERROR, value: 0.000000, strList: [Connection "
                                  "graph:, Error retrieving list of tap points from LuM core 3]}"}),
             entries.back());
-}
 
-TEST_F(GraphShowTest, FailureOnCore2IsNamedToo) {
+  dsp_.ClearRequests();
   dsp_.Fail(FakeDsp::kTapList, -5, 2);
-  CommandResult r = Graph();
-  EXPECT_EQ(Status::ERROR, r.status);
-  EXPECT_THAT(Lines(r), ElementsAre("Connection graph:", "Error retrieving list of tap points from LuM core 2"));
+  EXPECT_THAT(Lines(Graph()), ElementsAre("Connection graph:", "Error retrieving list of tap points from LuM core 2"));
   EXPECT_THAT(ListedCores(), ElementsAre(2));
 }
 
@@ -116,40 +109,30 @@ TEST_F(GraphShowTest, ProcessorWithoutBuffers) {
   EnableProc(kPas1);
   r = Graph();
   EXPECT_THAT(Lines(r), ElementsAre("Connection graph:", "  NC --> NC --> pas1 --> NC --> NC"));
+  // A buffer no tap is bound to: NC, but the buffer's name.
+  Connect(kPas1, 21, -1);
+  EXPECT_THAT(Lines(Graph()), ElementsAre("Connection graph:", "  NC --> tapout21 --> pas1 --> NC --> NC"));
 }
 
-TEST_F(GraphShowTest, TapDisabledOnTheDsp) {
+// "(disabled)" marks a tap the DSP has not enabled, on either side.
+TEST_F(GraphShowTest, DisabledTapsAndProcessorsAreMarked) {
   auto taps = FakeDsp::UseCaseTaps();
   taps[0].tapOut = 20;  // 2:imic.0, not enabled
   taps[0].inject = 20;
-  dsp_.SetTaps(taps);
-  NewPass(kPas1);
-  Connect(kPas1, 20, 20);
-  EnableProc(kPas1);
-  CommandResult r = Graph();
-  EXPECT_EQ(Status::OK, r.status);
-  EXPECT_THAT(Lines(r), ElementsAre("Connection graph:",
-                                    "  imic.0 (disabled) --> tapout20 --> pas1 --> inject20 --> imic.0 (disabled)"));
-}
-
-TEST_F(GraphShowTest, BothStatesOnOneLine) {
-  auto taps = FakeDsp::UseCaseTaps();
   taps[1].tapOut = 21;  // 2:sspk.0 feeds tap-out 21, enabled
   taps[1].enabled = 1;
   taps[4].inject = 21;  // 4:vpul.1 takes inject 21, disabled
   dsp_.SetTaps(taps);
   NewPass(kPas1);
-  Connect(kPas1, 21, 21);
+  NewPass(kPas2);
+  Connect(kPas1, 20, 20);
+  Connect(kPas2, 21, 21);
+  EnableProc(kPas1);
   CommandResult r = Graph();
+  EXPECT_EQ(Status::OK, r.status);
   EXPECT_THAT(Lines(r), ElementsAre("Connection graph:",
-                                    "  sspk.0 --> tapout21 --> pas1 (disabled) --> inject21 --> vpul.1 (disabled)"));
-}
-
-TEST_F(GraphShowTest, BufferWithoutTapShowsNcButItsName) {
-  NewPass(kPas1);
-  Connect(kPas1, 21, -1);
-  CommandResult r = Graph();
-  EXPECT_THAT(Lines(r), ElementsAre("Connection graph:", "  NC --> tapout21 --> pas1 (disabled) --> NC --> NC"));
+                                    "  imic.0 (disabled) --> tapout20 --> pas1 --> inject20 --> imic.0 (disabled)",
+                                    "  sspk.0 --> tapout21 --> pas2 (disabled) --> inject21 --> vpul.1 (disabled)"));
 }
 
 TEST_F(GraphShowTest, OneLinePerProcessorInIdOrder) {

@@ -57,14 +57,10 @@ class ParamOpsTest : public ::testing::Test {
   void TearDown() override { ::lumx::test::ServiceEnv::DeleteProcessors(service_.get(), {Code("pas1"), Code("arl1")}); }
 
   static CommandResult Set(int32_t proc, ParameterId id, int32_t element, const ParamValue& v) {
-    CommandResult r;
-    EXPECT_TRUE(service_->SetParameter(proc, id, element, v, &r).isOk());
-    return r;
+    return ::lumx::test::Call([&](CommandResult* r) { return service_->SetParameter(proc, id, element, v, r); });
   }
   static CommandResult Get(int32_t proc, ParameterId id, int32_t element, ParamValue* v) {
-    CommandResult r;
-    EXPECT_TRUE(service_->GetParameter(proc, id, element, v, &r).isOk());
-    return r;
+    return ::lumx::test::Call([&](CommandResult* r) { return service_->GetParameter(proc, id, element, v, r); });
   }
 
   static ::lumx::test::ServiceEnv* env_;

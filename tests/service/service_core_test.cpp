@@ -1,5 +1,5 @@
 // The service object: publication through gService, WaitForServiceReady,
-// Ping and the processor lookup.
+// and Ping.
 #include <gtest/gtest.h>
 #include <lumx_host/log_capture.h>
 
@@ -12,8 +12,6 @@
 #include "support/daemon_test_util.h"
 
 using lumx_host::LogCapture;
-using lumx_test::FourCc;
-using lumx_test::RecordingProcessor;
 using lumx_test::ScopedEnv;
 using lumx_test::TempDir;
 using lumx_test::WaitUntil;
@@ -60,17 +58,6 @@ TEST_F(ServiceCoreTest, PingAnswersWhileTheServiceMutexIsHeld) {
   }
   caller.join();
   EXPECT_TRUE(answered);
-}
-
-TEST_F(ServiceCoreTest, ProcessorLookup) {
-  std::shared_ptr<LumxService> service = LumxServiceTestAccess::Make();
-  EXPECT_EQ(nullptr, service->GetLumxProcessor(FourCc("pas1")));
-  auto* p = new RecordingProcessor(FourCc("pas1"));
-  LumxServiceTestAccess::AddProcessor(*service, p->id(), p);
-  EXPECT_EQ(p, service->GetLumxProcessor(FourCc("pas1")));
-  EXPECT_EQ(nullptr, service->GetLumxProcessor(FourCc("pas2")));
-  EXPECT_EQ(nullptr, service->GetLumxProcessor(0));
-  // Left in the map: the service deletes it when it goes.
 }
 
 }  // namespace

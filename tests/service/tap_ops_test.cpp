@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <lumx_host/log_capture.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,12 +17,11 @@
 #include "support/daemon_service_access.h"
 #include "support/daemon_test_util.h"
 #include "support/fake_control_driver.h"
+#include "support/system_service_env.h"
 
 using lumx_host::LogCapture;
 using lumx_test::FakeControlDriver;
 using lumx_test::FourCc;
-using lumx_test::ScopedEnv;
-using lumx_test::TempDir;
 using Request = std::vector<uint8_t>;
 using Status = CommandResult::Status;
 
@@ -48,11 +48,12 @@ LumxTapDetailedInfo Tap(uint32_t code, uint8_t index, uint8_t core = 2) {
   return t;
 }
 
+// Every field travels in the wire form, so equal wire bytes mean equal taps.
 bool SameTap(const LumxTapDetailedInfo& a, const LumxTapDetailedInfo& b) {
-  return a.tapCode == b.tapCode && a.index == b.index && a.core == b.core && a.enabled == b.enabled &&
-         a.extra == b.extra && a.sampleRate == b.sampleRate && a.blockLength == b.blockLength &&
-         a.channels == b.channels && a.bitsPerSample == b.bitsPerSample && a.tapOutBuffer == b.tapOutBuffer &&
-         a.injectBuffer == b.injectBuffer;
+  uint8_t x[LumxTapDetailedInfo::kWireSize], y[LumxTapDetailedInfo::kWireSize];
+  a.ToWire(x);
+  b.ToWire(y);
+  return memcmp(x, y, sizeof(x)) == 0;
 }
 
 uint16_t Opcode(const Request& r) { return lumx::GetLe16(r.data() + 4); }
@@ -106,23 +107,20 @@ FakeControlDriver::Handler DspModel(std::vector<LumxTapDetailedInfo> taps, int p
   };
 }
 
+// One service for the suite (building one scans for half a second), a fresh
+// driver per test.
 class TapOpsTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    dev_ = new TempDir("lumx-tap");
-    dev_->Touch("zch-lumx_tapout20");
-    dev_->Touch("zch-lumx_inject21");
-    env_ = new ScopedEnv("LUMX_DEV_ROOT", dev_->path().c_str());
-    service_ = new std::shared_ptr<LumxService>(LumxServiceTestAccess::Make());
+    env_ = new lumx::test::ServiceEnv({{20}, {21}});
+    service_ = env_->MakeService();
   }
   static void TearDownTestSuite() {
-    delete service_;
+    service_.reset();
     delete env_;
-    delete dev_;
   }
-
   void SetUp() override {
-    driver_ = std::make_unique<FakeControlDriver>(dev_->path());
+    driver_ = std::make_unique<FakeControlDriver>(env_->devRoot());
     ASSERT_TRUE(driver_->ok());
     Lumxd::Instance().reopenLumxControl();
     ASSERT_GE(Lumxd::Instance().controlFd(), 0);
@@ -132,17 +130,15 @@ class TapOpsTest : public ::testing::Test {
     driver_.reset();
   }
 
-  LumxService& svc() { return **service_; }
+  LumxService& svc() { return *service_; }
 
-  static TempDir* dev_;
-  static ScopedEnv* env_;
-  static std::shared_ptr<LumxService>* service_;
+  static lumx::test::ServiceEnv* env_;
+  static std::shared_ptr<LumxService> service_;
   std::unique_ptr<FakeControlDriver> driver_;
 };
 
-TempDir* TapOpsTest::dev_ = nullptr;
-ScopedEnv* TapOpsTest::env_ = nullptr;
-std::shared_ptr<LumxService>* TapOpsTest::service_ = nullptr;
+lumx::test::ServiceEnv* TapOpsTest::env_ = nullptr;
+std::shared_ptr<LumxService> TapOpsTest::service_;
 
 void ExpectListRequest(const Request& r, uint8_t core, uint8_t page) {
   ASSERT_EQ(kTapListCmdSize, r.size());
@@ -185,23 +181,16 @@ TEST_F(TapOpsTest, ShortPageEndsTheWalk) {
   std::vector<LumxTapDetailedInfo> taps;
   for (uint8_t i = 0; i < 5; ++i) taps.push_back(Tap(kImic, i, 3));
   driver_->SetDefault(DspModel(taps));
-  std::vector<LumxTapDetailedInfo> out;
+  // What the caller holds stays in front.
+  std::vector<LumxTapDetailedInfo> out = {Tap(kSpkr, 9)};
   EXPECT_EQ(0, svc().getLumxTapPoints(3, out));
-  ASSERT_EQ(5u, out.size());
-  EXPECT_EQ(4, out[4].index);
+  ASSERT_EQ(6u, out.size());
+  EXPECT_EQ(kSpkr, out[0].tapCode);
+  EXPECT_EQ(4, out[5].index);
   auto requests = driver_->Requests();
   ASSERT_EQ(7u, requests.size());
   ExpectListRequest(requests[5], 3, 1);
   ExpectInfoRequestFor(requests[6], taps[4]);
-}
-
-TEST_F(TapOpsTest, AppendsToWhatTheCallerHolds) {
-  driver_->SetDefault(DspModel({Tap(kImic, 0, 4)}));
-  std::vector<LumxTapDetailedInfo> out = {Tap(kSpkr, 9)};
-  EXPECT_EQ(0, svc().getLumxTapPoints(4, out));
-  ASSERT_EQ(2u, out.size());
-  EXPECT_EQ(kSpkr, out[0].tapCode);
-  EXPECT_EQ(kImic, out[1].tapCode);
 }
 
 TEST_F(TapOpsTest, PageNumberWrapsAt256) {
@@ -314,126 +303,93 @@ TEST_F(TapOpsTest, TapInfoSendsTheAddressAndRendersTheReply) {
             result.strList[1]);
   auto requests = driver_->Requests();
   ASSERT_EQ(1u, requests.size());
-  const Request& r = requests[0];
-  ASSERT_EQ(kTapInfoCmdSize, r.size());
-  EXPECT_EQ(CMD_LUMX_TAP_INFO_ID, Opcode(r));
-  EXPECT_EQ(kImic, lumx::GetLe32(r.data() + 8));
-  for (size_t i = 12; i < 26; ++i) {
-    if (i == 13) continue;
-    EXPECT_EQ(0, r[i]) << "offset " << i;
-  }
-  EXPECT_EQ(2, r[13]);
-  EXPECT_EQ(0xFF, r[26]);
-  EXPECT_EQ(0xFF, r[27]);
+  t.extra = 0;  // the request carries only the address
+  ExpectInfoRequestFor(requests[0], t);
 }
 
-TEST_F(TapOpsTest, TapInfoCutsIndexAndCoreToEightBits) {
-  driver_->Queue(lumx_test::Status(0));
-  CommandResult result;
-  svc().TapInfo(0x102, static_cast<int32_t>(kSpkr), 256, &result);
-  auto requests = driver_->Requests();
-  ASSERT_EQ(1u, requests.size());
-  EXPECT_EQ(0, requests[0][12]);
-  EXPECT_EQ(2, requests[0][13]);
-  EXPECT_EQ("TapInfo core:258 tap:spkr.256", result.strList[0]);
-}
-
-TEST_F(TapOpsTest, TapInfoFailure) {
+TEST_F(TapOpsTest, TapInfoFailureAndCutAddresses) {
   driver_->Queue(lumx_test::Status(-5));
   LogCapture log;
-  CommandResult result;
-  EXPECT_TRUE(svc().TapInfo(2, static_cast<int32_t>(kImic), 1, &result).isOk());
-  EXPECT_EQ(Status::ERROR, result.status);
+  CommandResult failed;
+  EXPECT_TRUE(svc().TapInfo(2, static_cast<int32_t>(kImic), 1, &failed).isOk());
+  EXPECT_EQ(Status::ERROR, failed.status);
   EXPECT_EQ((std::vector<std::string>{"TapInfo core:2 tap:imic.1", "CMD_LUMX_TAP_INFO_ID failed, status -5"}),
-            result.strList);
+            failed.strList);
   for (const auto& e : log.entries()) {
     EXPECT_NE(0u, e.message.rfind("CMD_LUMX_TAP_INFO_ID", 0)) << "logged on its own: " << e.message;
   }
-}
-
-TEST_F(TapOpsTest, RequestLinesAreCutAt63Characters) {
+  // Index and core travel as 8 bits; the request line keeps the full values.
   driver_->Queue(lumx_test::Status(0));
-  CommandResult result;
-  svc().TapInfo(-2147483647 - 1, -1, -2147483647 - 1, &result);
+  CommandResult cut;
+  svc().TapInfo(0x102, static_cast<int32_t>(kSpkr), 256, &cut);
+  auto requests = driver_->Requests();
+  ASSERT_EQ(2u, requests.size());
+  EXPECT_EQ(0, requests[1][12]);
+  EXPECT_EQ(2, requests[1][13]);
+  EXPECT_EQ("TapInfo core:258 tap:spkr.256", cut.strList[0]);
+  // The request line is cut at 63 characters.
+  driver_->Queue(lumx_test::Status(0));
+  CommandResult longLine;
+  svc().TapInfo(-2147483647 - 1, -1, -2147483647 - 1, &longLine);
   EXPECT_EQ(std::string("TapInfo core:-2147483648 tap:\xff\xff\xff\xff.-2147483648").substr(0, 63),
-            result.strList[0]);
+            longLine.strList[0]);
 }
 
-TEST_F(TapOpsTest, TapEnableAndDisable) {
-  CommandResult on;
-  EXPECT_TRUE(svc().TapEnable(2, static_cast<int32_t>(kImic), 0, true, &on).isOk());
-  EXPECT_EQ(Status::OK, on.status);
-  EXPECT_EQ((std::vector<std::string>{"LUM core 2 enable tap imic.0"}), on.strList);
-  CommandResult off;
-  EXPECT_TRUE(svc().TapEnable(258, static_cast<int32_t>(kSpkr), 256, false, &off).isOk());
-  EXPECT_EQ((std::vector<std::string>{"LUM core 258 disable tap spkr.256"}), off.strList);
-
-  auto requests = driver_->Requests();
-  ASSERT_EQ(2u, requests.size());
-  const uint8_t enableTail[] = {0x63, 0x69, 0x6d, 0x69, 0, 2, 1, 0};  // "imic" little-endian
-  const uint8_t disableTail[] = {0x72, 0x6b, 0x70, 0x73, 0, 2, 0, 0};
-  ASSERT_EQ(kTapEnableCmdSize, requests[0].size());
-  EXPECT_EQ(CMD_LUMX_TAP_ENABLE_ID, Opcode(requests[0]));
-  EXPECT_EQ(Request(enableTail, enableTail + 8), Request(requests[0].begin() + 8, requests[0].end()));
-  EXPECT_EQ(Request(disableTail, disableTail + 8), Request(requests[1].begin() + 8, requests[1].end()));
-}
-
-TEST_F(TapOpsTest, TapEnableFailure) {
-  FakeControlDriver::Action silent;
-  silent.silent = true;
-  driver_->Queue(silent);
-  CommandResult result;
-  svc().TapEnable(2, static_cast<int32_t>(kImic), 0, true, &result);
-  EXPECT_EQ(Status::ERROR, result.status);
-  EXPECT_EQ((std::vector<std::string>{"LUM core 2 enable tap imic.0", "CMD_LUMX_TAP_ENABLE_ID failed, status -1"}),
-            result.strList);
-}
-
-TEST_F(TapOpsTest, TapSetBlockLengthSendsAnyValueUnchanged) {
-  CommandResult zero;
-  EXPECT_TRUE(svc().TapSetBlockLength(2, static_cast<int32_t>(kImic), 1, 0, &zero).isOk());
-  EXPECT_EQ(Status::OK, zero.status);
-  EXPECT_EQ((std::vector<std::string>{"LUM core 2 tap imic.1 set block length 0"}), zero.strList);
-  driver_->Queue(lumx_test::Status(-22));
-  CommandResult negative;
-  svc().TapSetBlockLength(3, static_cast<int32_t>(kImic), 1, -1, &negative);
-  EXPECT_EQ(Status::ERROR, negative.status);
-  EXPECT_EQ((std::vector<std::string>{"LUM core 3 tap imic.1 set block length 4294967295",
-                                      "CMD_LUMX_TAP_SET_BLOCK_LEN_ID failed, status -22"}),
-            negative.strList);
-
-  auto requests = driver_->Requests();
-  ASSERT_EQ(2u, requests.size());
-  const uint8_t zeroTail[] = {0x63, 0x69, 0x6d, 0x69, 1, 2, 0, 0, 0, 0, 0, 0};
-  const uint8_t negTail[] = {0x63, 0x69, 0x6d, 0x69, 1, 3, 0, 0, 0xff, 0xff, 0xff, 0xff};
-  ASSERT_EQ(kTapSetBlockLenCmdSize, requests[0].size());
-  EXPECT_EQ(CMD_LUMX_TAP_SET_BLOCK_LEN_ID, Opcode(requests[0]));
-  EXPECT_EQ(Request(zeroTail, zeroTail + 12), Request(requests[0].begin() + 8, requests[0].end()));
-  EXPECT_EQ(Request(negTail, negTail + 12), Request(requests[1].begin() + 8, requests[1].end()));
-}
-
-TEST_F(TapOpsTest, ConnectTapSendsBufferIdsAsTheirLowByte) {
-  CommandResult result;
-  EXPECT_TRUE(svc().ConnectTap(2, static_cast<int32_t>(kImic), 0, 20, -1, &result).isOk());
-  EXPECT_EQ(Status::OK, result.status);
-  EXPECT_EQ((std::vector<std::string>{
-                "LUM core 2 connect tap point: imic.0 --> tap-out buffer 20, inject buffer -1 --> imic.0"}),
-            result.strList);
-  driver_->Queue(lumx_test::Status(-1));
-  CommandResult failed;
-  svc().ConnectTap(4, static_cast<int32_t>(kSpkr), 3, 300, 99, &failed);
-  EXPECT_EQ(Status::ERROR, failed.status);
-  ASSERT_EQ(2u, failed.strList.size());
-  EXPECT_EQ("CMD_LUMX_TAP_BIND_ID failed, status -1", failed.strList[1]);
-
-  auto requests = driver_->Requests();
-  ASSERT_EQ(2u, requests.size());
-  const uint8_t first[] = {0x63, 0x69, 0x6d, 0x69, 0, 2, 0, 0, 20, 0xff};
-  const uint8_t second[] = {0x72, 0x6b, 0x70, 0x73, 3, 4, 0, 0, 0x2c, 99};
-  ASSERT_EQ(kTapBindCmdSize, requests[0].size());
-  EXPECT_EQ(CMD_LUMX_TAP_BIND_ID, Opcode(requests[0]));
-  EXPECT_EQ(Request(first, first + 10), Request(requests[0].begin() + 8, requests[0].end()));
-  EXPECT_EQ(Request(second, second + 10), Request(requests[1].begin() + 8, requests[1].end()));
+// The three setting commands: result lines, the failure line, and the bytes
+// after the header (tap code little-endian, index, core, then the value).
+TEST_F(TapOpsTest, SettingCommandLinesAndByteLayouts) {
+  const int32_t imic = static_cast<int32_t>(kImic), spkr = static_cast<int32_t>(kSpkr);
+  const struct {
+    std::function<void(LumxService&, CommandResult*)> call;
+    int16_t dspStatus;
+    bool silent;
+    uint16_t opcode;
+    size_t size;
+    std::vector<std::string> lines;
+    Request tail;
+  } cases[] = {
+      {[&](LumxService& s, CommandResult* r) { s.TapEnable(2, imic, 0, true, r); }, 0, false, CMD_LUMX_TAP_ENABLE_ID,
+       kTapEnableCmdSize, {"LUM core 2 enable tap imic.0"}, {0x63, 0x69, 0x6d, 0x69, 0, 2, 1, 0}},
+      {[&](LumxService& s, CommandResult* r) { s.TapEnable(258, spkr, 256, false, r); }, 0, false,
+       CMD_LUMX_TAP_ENABLE_ID, kTapEnableCmdSize, {"LUM core 258 disable tap spkr.256"},
+       {0x72, 0x6b, 0x70, 0x73, 0, 2, 0, 0}},
+      {[&](LumxService& s, CommandResult* r) { s.TapEnable(2, imic, 0, true, r); }, 0, true, CMD_LUMX_TAP_ENABLE_ID,
+       kTapEnableCmdSize, {"LUM core 2 enable tap imic.0", "CMD_LUMX_TAP_ENABLE_ID failed, status -1"},
+       {0x63, 0x69, 0x6d, 0x69, 0, 2, 1, 0}},
+      // Any block length goes out unchanged.
+      {[&](LumxService& s, CommandResult* r) { s.TapSetBlockLength(2, imic, 1, 0, r); }, 0, false,
+       CMD_LUMX_TAP_SET_BLOCK_LEN_ID, kTapSetBlockLenCmdSize, {"LUM core 2 tap imic.1 set block length 0"},
+       {0x63, 0x69, 0x6d, 0x69, 1, 2, 0, 0, 0, 0, 0, 0}},
+      {[&](LumxService& s, CommandResult* r) { s.TapSetBlockLength(3, imic, 1, -1, r); }, -22, false,
+       CMD_LUMX_TAP_SET_BLOCK_LEN_ID, kTapSetBlockLenCmdSize,
+       {"LUM core 3 tap imic.1 set block length 4294967295", "CMD_LUMX_TAP_SET_BLOCK_LEN_ID failed, status -22"},
+       {0x63, 0x69, 0x6d, 0x69, 1, 3, 0, 0, 0xff, 0xff, 0xff, 0xff}},
+      // Buffer ids travel as their low byte.
+      {[&](LumxService& s, CommandResult* r) { s.ConnectTap(2, imic, 0, 20, -1, r); }, 0, false, CMD_LUMX_TAP_BIND_ID,
+       kTapBindCmdSize, {"LUM core 2 connect tap point: imic.0 --> tap-out buffer 20, inject buffer -1 --> imic.0"},
+       {0x63, 0x69, 0x6d, 0x69, 0, 2, 0, 0, 20, 0xff}},
+      {[&](LumxService& s, CommandResult* r) { s.ConnectTap(4, spkr, 3, 300, 99, r); }, -1, false,
+       CMD_LUMX_TAP_BIND_ID, kTapBindCmdSize,
+       {"LUM core 4 connect tap point: spkr.3 --> tap-out buffer 300, inject buffer 99 --> spkr.3",
+        "CMD_LUMX_TAP_BIND_ID failed, status -1"},
+       {0x72, 0x6b, 0x70, 0x73, 3, 4, 0, 0, 0x2c, 99}},
+  };
+  size_t n = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.lines[0]);
+    FakeControlDriver::Action action = lumx_test::Status(c.dspStatus);
+    action.silent = c.silent;
+    driver_->Queue(action);
+    CommandResult result;
+    c.call(svc(), &result);
+    EXPECT_EQ(c.lines.size() == 1 ? Status::OK : Status::ERROR, result.status);
+    EXPECT_EQ(c.lines, result.strList);
+    auto requests = driver_->Requests();
+    ASSERT_EQ(++n, requests.size());
+    ASSERT_EQ(c.size, requests.back().size());
+    EXPECT_EQ(c.opcode, Opcode(requests.back()));
+    EXPECT_EQ(c.tail, Request(requests.back().begin() + 8, requests.back().end()));
+  }
 }
 
 TEST(TapInfoWireTest, DecodesTheReplyLayout) {

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -115,4 +116,15 @@ bool BufferWaitFor(const std::function<bool()>& done, std::chrono::milliseconds 
     std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
   return true;
+}
+
+std::vector<std::string> BufferLogLines(const lumx_host::LogCapture& capture, std::initializer_list<const char*> keys) {
+  std::vector<std::string> out;
+  for (const std::string& m : capture.messages("lumx")) {
+    if (m.find("waiting for LUM RX") != std::string::npos) continue;
+    if (std::any_of(keys.begin(), keys.end(), [&](const char* k) { return m.find(k) != std::string::npos; })) {
+      out.push_back(m);
+    }
+  }
+  return out;
 }

@@ -2,10 +2,13 @@
 // it through $LUMX_DEV_ROOT), device packets, FIFO feeding and waiting.
 #pragma once
 
+#include <lumx_host/log_capture.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <thread>
 #include <vector>
@@ -70,5 +73,9 @@ int BufferPipeBytes(int fd);
 
 // Polls `done` until it holds or `timeout` passes (generous: never used to
 // assert speed, only to keep a broken test from hanging).
-bool BufferWaitFor(const std::function<bool()>& done,
-                   std::chrono::milliseconds timeout = std::chrono::seconds(20));
+bool BufferWaitFor(const std::function<bool()>& done, std::chrono::milliseconds timeout = std::chrono::seconds(20));
+
+// "lumx" log lines that contain any of `keys`, without the idle notices
+// ("waiting for LUM RX": their number depends on timing).
+std::vector<std::string> BufferLogLines(const lumx_host::LogCapture& capture,
+                                        std::initializer_list<const char*> keys = {""});

@@ -5,14 +5,19 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "buffer/lumx_buffer.h"
+#include "common/wire.h"
 #include "support/buffer_dev_dir.h"
 
 class BufferStreamRig {
@@ -60,4 +65,54 @@ class BufferStreamRig {
   int drain = -1;
   std::unique_ptr<LumxBuffer> tapout;
   std::unique_ptr<LumxBuffer> inject;
+};
+
+// Until destroyed, feeds numbered packets into a tap-out FIFO whenever it is
+// empty (so the I/O thread takes one packet per read) and drains the inject
+// FIFOs. Neither thread allocates once running.
+class BufferStreamer {
+ public:
+  BufferStreamer(int feeder, std::vector<int> drains) : feeder_(feeder), drains_(std::move(drains)) {
+    feed_ = std::thread([this] { Feed(); });
+    drain_ = std::thread([this] { Drain(); });
+  }
+  ~BufferStreamer() {
+    stop_ = true;
+    feed_.join();
+    drain_.join();
+  }
+  BufferStreamer(const BufferStreamer&) = delete;
+  BufferStreamer& operator=(const BufferStreamer&) = delete;
+
+ private:
+  void Feed() {
+    std::vector<uint8_t> packet = BufferMakePacket(BufferPacketSpec{});
+    for (uint32_t num = 1; !stop_;) {
+      if (BufferPipeBytes(feeder_) != 0) {
+        sched_yield();
+        continue;
+      }
+      lumx::PutLe32(packet.data() + kPktNumOffset, num++);
+      BufferWriteAll(feeder_, packet);
+    }
+  }
+  void Drain() {
+    std::vector<pollfd> fds;
+    for (int fd : drains_) fds.push_back({fd, POLLIN, 0});
+    std::vector<uint8_t> scratch(65536);
+    while (!stop_) {
+      if (poll(fds.data(), fds.size(), 10) <= 0) continue;
+      for (const pollfd& p : fds) {
+        if ((p.revents & POLLIN) == 0) continue;
+        const ssize_t ignored = read(p.fd, scratch.data(), scratch.size());
+        (void)ignored;
+      }
+    }
+  }
+
+  int feeder_;
+  std::vector<int> drains_;
+  std::atomic<bool> stop_{false};
+  std::thread feed_;
+  std::thread drain_;
 };

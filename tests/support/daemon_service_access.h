@@ -12,6 +12,7 @@
 
 #include "processors/lumx_processor.h"
 #include "service/lumx_service.h"
+#include "support/system_service_env.h"
 
 struct LumxServiceTestAccess {
   static std::shared_ptr<LumxService> Make() { return ::ndk::SharedRefBase::make<LumxService>(); }
@@ -20,15 +21,6 @@ struct LumxServiceTestAccess {
   static void AddProcessor(LumxService& s, uint32_t id, LumxProcessor* p) {
     lumx::MutexLock lock(&s.mutex_);
     s.processors_[id] = p;
-  }
-  // Hands a processor back to the test (the caller deletes it).
-  static LumxProcessor* TakeProcessor(LumxService& s, uint32_t id) {
-    lumx::MutexLock lock(&s.mutex_);
-    auto it = s.processors_.find(id);
-    if (it == s.processors_.end()) return nullptr;
-    LumxProcessor* p = it->second;
-    s.processors_.erase(it);
-    return p;
   }
   static void UpdateWakeLock(LumxService& s, CommandResult* result) {
     lumx::MutexLock lock(&s.mutex_);
@@ -88,10 +80,6 @@ class RecordingProcessor : public LumxProcessor {
   std::vector<std::pair<uint32_t, std::string>> events_;
 };
 
-constexpr uint32_t FourCc(const char (&s)[5]) {
-  return (static_cast<uint32_t>(static_cast<uint8_t>(s[0])) << 24) |
-         (static_cast<uint32_t>(static_cast<uint8_t>(s[1])) << 16) |
-         (static_cast<uint32_t>(static_cast<uint8_t>(s[2])) << 8) | static_cast<uint32_t>(static_cast<uint8_t>(s[3]));
-}
+constexpr uint32_t FourCc(const char (&s)[5]) { return ::lumx::test::Code(s); }
 
 }  // namespace lumx_test

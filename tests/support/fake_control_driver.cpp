@@ -56,7 +56,7 @@ FakeControlDriver::FakeControlDriver(const std::string& devRoot, bool createLum)
     lumx::unique_fd lum(open((devRoot_ + "/lum").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
     if (!lum.ok()) return;
   }
-  CreateNode();
+  (void)!symlink(slavePath_.c_str(), nodePath_.c_str());
   ok_ = access(nodePath_.c_str(), F_OK) == 0;
   thread_ = std::thread([this] { Run(); });
 }
@@ -97,24 +97,9 @@ void FakeControlDriver::RemoveNode() {
   if (!slavePath_.empty()) unlink(nodePath_.c_str());
 }
 
-void FakeControlDriver::CreateNode() {
-  unlink(nodePath_.c_str());
-  (void)!symlink(slavePath_.c_str(), nodePath_.c_str());
-}
-
 std::vector<std::vector<uint8_t>> FakeControlDriver::Requests() {
   std::lock_guard<std::mutex> lock(mu_);
   return requests_;
-}
-
-bool FakeControlDriver::WaitForRequests(size_t n, int timeoutMs) {
-  std::unique_lock<std::mutex> lock(mu_);
-  return cv_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return requests_.size() >= n; });
-}
-
-size_t FakeControlDriver::Handled() {
-  std::lock_guard<std::mutex> lock(mu_);
-  return handled_;
 }
 
 bool FakeControlDriver::WaitHandled(size_t n, int timeoutMs) {

@@ -54,23 +54,18 @@ class FakeControlDriver {
 
   bool ok() const { return ok_; }
   const std::string& nodePath() const { return nodePath_; }
-  const std::string& slavePath() const { return slavePath_; }
 
   // Scripting.
   void Queue(const Action& action);
   void SetDefault(Handler handler);
   void Release();
 
-  // Node management, for device-watch tests.
+  // Unlinks the node, for device-watch tests.
   void RemoveNode();
-  void CreateNode();
 
   // Every request received so far, in order.
   std::vector<std::vector<uint8_t>> Requests();
-  // Waits (generously) until at least n requests have arrived.
-  bool WaitForRequests(size_t n, int timeoutMs = 10000);
-  // Replies sent so far (requests fully answered or deliberately ignored).
-  size_t Handled();
+  // Waits (generously) until n requests were answered or deliberately ignored.
   bool WaitHandled(size_t n, int timeoutMs = 10000);
 
  private:

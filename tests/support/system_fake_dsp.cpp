@@ -2,6 +2,9 @@
 
 #include <cstring>
 
+#include "common/wire.h"
+#include "support/system_service_env.h"
+
 namespace lumx::test {
 
 namespace {
@@ -22,21 +25,6 @@ size_t SizeOf(uint16_t opcode) {
   }
 }
 
-uint32_t Le32(const uint8_t* p) {
-  return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) | (static_cast<uint32_t>(p[2]) << 16) |
-         (static_cast<uint32_t>(p[3]) << 24);
-}
-
-void PutLe32(uint8_t* p, uint32_t v) {
-  for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
-}
-
-uint32_t FourCc(const char* s) {
-  return (static_cast<uint32_t>(static_cast<uint8_t>(s[0])) << 24) |
-         (static_cast<uint32_t>(static_cast<uint8_t>(s[1])) << 16) |
-         (static_cast<uint32_t>(static_cast<uint8_t>(s[2])) << 8) | static_cast<uint8_t>(s[3]);
-}
-
 void PutIdentifier(uint8_t* p, const FakeTap& t) {
   PutLe32(p, t.code);
   p[4] = t.index;
@@ -54,10 +42,10 @@ FakeDsp::FakeDsp(const std::string& devRoot) : taps_(UseCaseTaps()), driver_(dev
 FakeDsp::~FakeDsp() = default;
 
 std::vector<FakeTap> FakeDsp::UseCaseTaps() {
-  auto tap = [](uint8_t core, const char* code, uint8_t index) {
+  auto tap = [](uint8_t core, const char(&code)[5], uint8_t index) {
     FakeTap t;
     t.core = core;
-    t.code = FourCc(code);
+    t.code = Code(code);
     t.index = index;
     return t;
   };
@@ -95,7 +83,7 @@ std::vector<FakeRequest> FakeDsp::Requests() {
   for (size_t i = first; i < all.size(); ++i) {
     FakeRequest rec;
     rec.bytes = std::move(all[i]);
-    if (rec.bytes.size() >= 6) rec.opcode = static_cast<uint16_t>(rec.bytes[4] | (rec.bytes[5] << 8));
+    if (rec.bytes.size() >= 6) rec.opcode = GetLe16(rec.bytes.data() + 4);
     if (rec.opcode == kTapList && rec.bytes.size() > 8) rec.core = rec.bytes[8];
     if (rec.opcode != kTapList && rec.bytes.size() > 13) rec.core = rec.bytes[13];
     out.push_back(std::move(rec));
@@ -120,8 +108,7 @@ lumx_test::FakeControlDriver::Action FakeDsp::Answer(const std::vector<uint8_t>&
   lumx_test::FakeControlDriver::Action action;
   if (reply.size() < 8) return action;
   action.status = Handle(reply);
-  reply[6] = static_cast<uint8_t>(static_cast<uint16_t>(action.status) & 0xFF);
-  reply[7] = static_cast<uint8_t>(static_cast<uint16_t>(action.status) >> 8);
+  PutLe16(reply.data() + 6, static_cast<uint16_t>(action.status));
   action.fill = [reply](const std::vector<uint8_t>&, std::vector<uint8_t>& out) { out = reply; };
   return action;
 }
@@ -134,7 +121,7 @@ FakeTap* FakeDsp::Find(uint8_t core, uint32_t code, uint8_t index) {
 }
 
 int16_t FakeDsp::Handle(std::vector<uint8_t>& msg) {
-  const uint16_t opcode = static_cast<uint16_t>(msg[4] | (msg[5] << 8));
+  const uint16_t opcode = GetLe16(msg.data() + 4);
   std::lock_guard<std::mutex> lock(mu_);
   const size_t want = SizeOf(opcode);
   if (want == 0) return kBadOpcode;
@@ -146,27 +133,22 @@ int16_t FakeDsp::Handle(std::vector<uint8_t>& msg) {
   }
 
   uint8_t* p = msg.data();
+  FakeTap* t = opcode == kTapList ? nullptr : Find(p[13], GetLe32(p + 8), p[12]);
+  if (opcode != kTapList && t == nullptr) return kNoSuchTap;
   switch (opcode) {
     case kTapList: {
-      const uint8_t page = p[9];
       std::memset(p + 12, 0, 32);
       size_t seen = 0, put = 0;
-      for (const FakeTap& t : taps_) {
-        if (t.core != reqCore) continue;
-        if (seen++ < static_cast<size_t>(page) * 4) continue;
+      for (const FakeTap& tap : taps_) {
+        if (tap.core != reqCore || seen++ < static_cast<size_t>(p[9]) * 4) continue;
         if (put == 4) break;
-        PutIdentifier(p + 12 + 8 * put, t);
-        ++put;
+        PutIdentifier(p + 12 + 8 * put++, tap);
       }
       return 0;
     }
     case kTapInfo: {
-      FakeTap* t = Find(p[13], Le32(p + 8), p[12]);
-      if (t == nullptr) return kNoSuchTap;
       PutIdentifier(p + 8, *t);
-      uint32_t rate;
-      std::memcpy(&rate, &t->sampleRate, 4);
-      PutLe32(p + 16, rate);
+      PutLeFloat(p + 16, t->sampleRate);
       PutLe32(p + 20, t->blockLength);
       p[24] = t->channels;
       p[25] = t->bitsPerSample;
@@ -175,23 +157,17 @@ int16_t FakeDsp::Handle(std::vector<uint8_t>& msg) {
       return 0;
     }
     case kTapEnable: {
-      FakeTap* t = Find(p[13], Le32(p + 8), p[12]);
-      if (t == nullptr) return kNoSuchTap;
       if (p[14] > 1) return kBadValue;
       t->enabled = p[14];
       return 0;
     }
     case kTapBind: {
-      FakeTap* t = Find(p[13], Le32(p + 8), p[12]);
-      if (t == nullptr) return kNoSuchTap;
       t->tapOut = p[16];
       t->inject = p[17];
       return 0;
     }
     case kTapSetBlockLen: {
-      FakeTap* t = Find(p[13], Le32(p + 8), p[12]);
-      if (t == nullptr) return kNoSuchTap;
-      const uint32_t len = Le32(p + 16);
+      const uint32_t len = GetLe32(p + 16);
       if (len == 0 || len % 480 != 0) return kBadValue;
       t->blockLength = len;
       return 0;

@@ -7,7 +7,6 @@
 
 #include <cstdlib>
 
-#include "support/daemon_test_util.h"
 
 namespace lumx::test {
 
@@ -52,13 +51,13 @@ double StreamStat(const std::string& statsJson, const std::string& node, const s
   return JsonNumber(ObjectAt(statsJson, open), key);
 }
 
-SystemStack::SystemStack() : dir_("lumx_system") {
+SystemStack::SystemStack() {
   ::mkdir(devRoot().c_str(), 0755);
   ::mkdir(Path("binder").c_str(), 0755);
   ::mkdir(Path("sys").c_str(), 0755);
   ::mkdir(Path("sys/power").c_str(), 0755);
-  lumx_test::WriteFileText(Path("sys/power/wake_lock"), "");
-  lumx_test::WriteFileText(Path("sys/power/wake_unlock"), "");
+  dir_.Touch("sys/power/wake_lock");
+  dir_.Touch("sys/power/wake_unlock");
   env_ = {{"LUMX_DEV_ROOT", devRoot()},
           {"LUMX_BINDER_DIR", Path("binder")},
           {"LUMX_SYSFS_ROOT", Path("sys")},
@@ -140,29 +139,22 @@ std::string SystemStack::SimulatorStats() {
 }
 
 std::string SystemStack::Stop() {
-  int status = 0;
-  if (daemonRunning_) {
-    // SIGINT only ends the daemon's event loop; SIGTERM ends the process.
-    daemon_.Signal(SIGTERM);
-    if (!daemon_.WaitExit(kStopLimitMs, &status)) {
-      daemon_.Signal(SIGKILL);
-      daemon_.WaitExit(kStopLimitMs, &status);
+  auto end = [](lumx_test::Subprocess& child, bool& running, int sig) {
+    if (!running) return;
+    int status = 0;
+    child.Signal(sig);
+    if (!child.WaitExit(kStopLimitMs, &status)) {
+      child.Signal(SIGKILL);
+      child.WaitExit(kStopLimitMs, &status);
     }
-    daemonRunning_ = false;
-  }
-  std::string finalStats;
-  if (simRunning_) {
-    const std::string path = Path("stats.json");
-    ::unlink(path.c_str());
-    sim_.Signal(SIGINT);
-    if (!sim_.WaitExit(kStopLimitMs, &status)) {
-      sim_.Signal(SIGKILL);
-      sim_.WaitExit(kStopLimitMs, &status);
-    }
-    simRunning_ = false;
-    finalStats = lumx_test::ReadFileText(path);
-  }
-  return finalStats;
+    running = false;
+  };
+  // SIGINT only ends the daemon's event loop; SIGTERM ends the process.
+  end(daemon_, daemonRunning_, SIGTERM);
+  if (!simRunning_) return {};
+  ::unlink(Path("stats.json").c_str());
+  end(sim_, simRunning_, SIGINT);
+  return lumx_test::ReadFileText(Path("stats.json"));
 }
 
 std::string SystemStack::Logs() const {

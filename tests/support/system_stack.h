@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "support/daemon_process.h"
-#include "support/system_service_env.h"
+#include "support/daemon_test_util.h"
 
 namespace lumx::test {
 
@@ -36,8 +36,8 @@ class SystemStack {
   const std::string& error() const { return error_; }
 
   const std::string& dir() const { return dir_.path(); }
-  std::string devRoot() const { return dir_.Sub("dev"); }
-  std::string Path(const std::string& name) const { return dir_.Sub(name); }
+  std::string devRoot() const { return dir_.Join("dev"); }
+  std::string Path(const std::string& name) const { return dir_.Join(name); }
 
   // Starts the simulator with `args` besides the device root, ready file
   // and statistics file, and waits until its nodes exist.
@@ -57,13 +57,13 @@ class SystemStack {
   // returns the simulator's final statistics.
   std::string Stop();
 
-  // The environment the children run with.
-  const std::vector<std::pair<std::string, std::string>>& env() const { return env_; }
+  lumx_test::Subprocess& daemon() { return daemon_; }
+  lumx_test::Subprocess& simulator() { return sim_; }
   // Tails of the children's logs, for failure messages.
   std::string Logs() const;
 
  private:
-  TempDir dir_;
+  lumx_test::TempDir dir_{"lumx_system"};
   std::string error_;
   std::string lumxd_;
   std::string lumx_;
