@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# System benchmark of lumxd against lumx-dspsim: stream latency against a bare
+# relay loop, daemon CPU per stream (1, 4, 8 streams), control-path calls/s
+# and p99 (1 and 8 client threads), peak RSS idle and with 8 streams.
+# Prints a table with the goals and writes the figures as JSON.
+#
+#   scripts/bench.sh                        build the release preset, run (~2 min)
+#   scripts/bench.sh --build-dir DIR        use another (RelWithDebInfo) build
+#   scripts/bench.sh --no-build             do not build first
+#   scripts/bench.sh --seconds 20           longer windows (default 10 s each)
+#   scripts/bench.sh --json-out FILE        JSON path (default DIR/bench-system.json)
+#   scripts/bench.sh --strict               exit 1 when a goal is missed
+#   scripts/bench.sh --keep                 keep the run's temp dir (logs)
+#
+# Every process it starts lives in a private temporary directory
+# (LUMX_DEV_ROOT, LUMX_BINDER_DIR, LUMX_SYSFS_ROOT) and is stopped at the end,
+# also on Ctrl-C.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+build_dir=build/release
+build=1
+pass=()
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --build-dir) build_dir="$2"; shift 2 ;;
+    --no-build) build=0; shift ;;
+    -h|--help) sed -n '2,17p' "$0"; python3 bench/system/bench.py --help; exit 0 ;;
+    *) pass+=("$1"); shift ;;
+  esac
+done
+
+if [ "$build" = 1 ]; then
+  if [ "$build_dir" = build/release ]; then
+    cmake --preset release >/dev/null
+  fi
+  cmake --build "$build_dir" -j2 --target lumxd lumx lumx-dspsim ilumx_client_bench
+fi
+
+# The bare relay loop is built by bench/system/CMakeLists.txt when the
+# top-level build includes it; otherwise compile it here, standalone.
+bare="$build_dir/bench/system/bare_relay_tool"
+if ! cmake --build "$build_dir" --target bare_relay_tool >/dev/null 2>&1; then
+  if [ ! -x "$bare" ] || [ bench/bare_relay_tool.cpp -nt "$bare" ]; then
+    mkdir -p "$(dirname "$bare")"
+    "${CXX:-clang++}" -std=c++17 -O2 -g -Wall -Wextra -Werror -fno-exceptions -I. \
+      bench/bare_relay_tool.cpp -o "$bare"
+  fi
+fi
+
+exec python3 bench/system/bench.py --build-dir "$build_dir" "${pass[@]}"
