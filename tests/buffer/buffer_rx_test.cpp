@@ -23,14 +23,14 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-BufferPacketSpec Spec(uint32_t num, uint32_t payloadSize = 1920) {
-  BufferPacketSpec spec;
-  spec.num = num;
-  spec.seed = static_cast<uint8_t>(num);
-  spec.payloadSize = payloadSize;
-  return spec;
+BufferPacketDesc Desc(uint32_t num, uint32_t payloadSize = 1920) {
+  BufferPacketDesc desc;
+  desc.num = num;
+  desc.seed = static_cast<uint8_t>(num);
+  desc.payloadSize = payloadSize;
+  return desc;
 }
-Bytes Pkt(uint32_t num, uint32_t payloadSize = 1920) { return BufferMakePacket(Spec(num, payloadSize)); }
+Bytes Pkt(uint32_t num, uint32_t payloadSize = 1920) { return BufferMakePacket(Desc(num, payloadSize)); }
 Bytes Head(Bytes b, size_t n) {
   b.resize(n);
   return b;
@@ -45,8 +45,8 @@ Bytes With(Bytes b, size_t offset, uint32_t value) {
 }
 // A lone header announcing `payloadSize` (built by hand: no payload behind it).
 Bytes Header(uint32_t payloadSize) { return Head(With(Pkt(2, 8), kPktPayloadSizeOffset, payloadSize), 64); }
-uint32_t PayloadHash(const BufferPacketSpec& spec) {
-  const Bytes payload = BufferPayload(spec);
+uint32_t PayloadHash(const BufferPacketDesc& desc) {
+  const Bytes payload = BufferPayload(desc);
   return BufferHash(payload.data(), payload.size());
 }
 
@@ -87,7 +87,7 @@ TEST_F(BufferRxStepTest, ReassemblyTable) {
     std::vector<Bytes> reads;
     std::vector<std::string> lines;  // check and jump lines, in order
     uint64_t calls;
-    BufferPacketSpec last;  // what ProcessBlock saw last
+    BufferPacketDesc last;  // what ProcessBlock saw last
   };
   const Case cases[] = {
       {"bad reads and headers are dropped, the stream recovers",
@@ -98,24 +98,24 @@ TEST_F(BufferRxStepTest, ReassemblyTable) {
         // 0xFFFFFFC0 + 64 would wrap to a tiny expected size.
         "tapout0: Invalid packet payload size 4294967232 (max 65472)", "tapout0 skipping 64 bytes"},
        1,
-       Spec(1)},
+       Desc(1)},
       {"a stale packet start earlier in the read is passed over",
        {Cat(Head(Pkt(3), 1064), Pkt(9))},
        {"tapout0 ioProcess RX packet_num jump 0 -> 9"},
        1,
-       Spec(9)},
+       Desc(9)},
       {"excess of 8 bytes or more is reported and dropped",
        {Cat(Pkt(1), Bytes(16, 0xEE)), Pkt(2)},
        {"tapout0 received excess 16 bytes (2000 > 1984)"},
        2,
-       Spec(2)},
-      {"excess under 8 bytes is not reported", {Cat(Pkt(1, 1924), Bytes(4, 0))}, {}, 1, Spec(1, 1924)},
-      {"the largest payload fits", {Pkt(1, 65472)}, {}, 1, Spec(1, 65472)},
+       Desc(2)},
+      {"excess under 8 bytes is not reported", {Cat(Pkt(1, 1924), Bytes(4, 0))}, {}, 1, Desc(1, 1924)},
+      {"the largest payload fits", {Pkt(1, 65472)}, {}, 1, Desc(1, 65472)},
       {"packet numbers wrap without a jump",
        {Pkt(0xFFFFFFFFu), Pkt(0)},
        {"tapout0 ioProcess RX packet_num jump 0 -> 4294967295"},
        2,
-       Spec(0)},
+       Desc(0)},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -143,7 +143,7 @@ TEST_F(BufferRxStepTest, PacketSplitAtEveryOffset) {
     if (k % 8 == 0) {
       ASSERT_TRUE(done) << k;
       ++delivered;
-      ASSERT_EQ(rx.proc.lastInHash.load(), PayloadHash(Spec(num++))) << k;
+      ASSERT_EQ(rx.proc.lastInHash.load(), PayloadHash(Desc(num++))) << k;
     } else {
       ASSERT_FALSE(done) << k;
       alignmentErrors += 2;
@@ -182,7 +182,7 @@ TEST_F(BufferRxStepTest, EveryTwoHundredthPacketIsLogged) {
 TEST_F(BufferRxStepTest, FormatChangesAreDescribedAndStored) {
   StepRx rx;
   const auto feed = [&](uint32_t num, uint32_t rate, uint8_t ch, uint8_t bps, uint32_t payload) {
-    BufferPacketSpec s = Spec(num, payload);
+    BufferPacketDesc s = Desc(num, payload);
     s.sampleRate = rate;
     s.channels = ch;
     s.bytesPerSample = bps;
@@ -255,7 +255,7 @@ TEST_F(BufferRxThreadTest, PacketNumberJumpsAndEachThreadStartsAfresh) {
                                                       kFirstFormatLine,
                                                       "tapout0 ioProcess RX packet_num jump 6 -> 8",
                                                   }));
-  EXPECT_EQ(proc.lastInHash.load(), PayloadHash(Spec(8)));
+  EXPECT_EQ(proc.lastInHash.load(), PayloadHash(Desc(8)));
   EXPECT_EQ(rig.tapout->rxPacketCount(), 3u);
 
   // Disabling wakes the thread from its wait and joins it.
@@ -284,10 +284,10 @@ TEST_F(BufferRxThreadTest, OutputPacketCarriesStoredFormatAndThisPacketsFieldsEv
   proc.xorMask = 0xFF;
   proc.status = -7;
   Start();
-  BufferPacketSpec a = Spec(1);
+  BufferPacketDesc a = Desc(1);
   a.restByte = 0xAB;
   a.opaque = 0x0102030405060708ull;
-  BufferPacketSpec b = Spec(2);
+  BufferPacketDesc b = Desc(2);
   b.restByte = 0xCD;  // same format: the stored header stays a's
   b.opaque = 0xA1A2A3A4A5A6A7A8ull;
   Chunk(BufferMakePacket(a));
@@ -296,7 +296,7 @@ TEST_F(BufferRxThreadTest, OutputPacketCarriesStoredFormatAndThisPacketsFieldsEv
   ASSERT_TRUE(rig.ReadOutput(out.data(), out.size()));
   // b's number, size and opaque word in a's stored header, then the
   // processed payload.
-  BufferPacketSpec expectedSpec = b;
+  BufferPacketDesc expectedSpec = b;
   expectedSpec.restByte = a.restByte;
   Bytes expected = BufferMakePacket(expectedSpec);
   for (size_t i = kLumPacketHeaderSize; i < expected.size(); ++i) expected[i] ^= 0xFF;

@@ -56,24 +56,24 @@ void BufferDevDir::MakeFile(const std::string& name) const {
 
 void BufferDevDir::Remove(const std::string& name) const { unlink(Path(name).c_str()); }
 
-std::vector<uint8_t> BufferPayload(const BufferPacketSpec& spec) {
-  std::vector<uint8_t> payload(spec.payloadSize);
-  for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<uint8_t>(spec.seed + 7 * i);
+std::vector<uint8_t> BufferPayload(const BufferPacketDesc& desc) {
+  std::vector<uint8_t> payload(desc.payloadSize);
+  for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<uint8_t>(desc.seed + 7 * i);
   return payload;
 }
 
-std::vector<uint8_t> BufferMakePacket(const BufferPacketSpec& spec) {
+std::vector<uint8_t> BufferMakePacket(const BufferPacketDesc& desc) {
   std::vector<uint8_t> packet(kLumPacketHeaderSize);
   lumx::PutLe32(&packet[kPktMagicOffset], kLumPacketMagic);
-  lumx::PutLe32(&packet[kPktVersionOffset], spec.version);
-  lumx::PutLe64(&packet[kPktOpaqueOffset], spec.opaque);
-  lumx::PutLe32(&packet[kPktNumOffset], spec.num);
-  lumx::PutLe32(&packet[kPktPayloadSizeOffset], spec.payloadSize);
-  lumx::PutLe32(&packet[kPktSampleRateOffset], spec.sampleRate);
-  packet[kPktChannelsOffset] = spec.channels;
-  packet[kPktBytesPerSampleOffset] = spec.bytesPerSample;
-  for (size_t i = 30; i < kLumPacketHeaderSize; ++i) packet[i] = spec.restByte;
-  const std::vector<uint8_t> payload = BufferPayload(spec);
+  lumx::PutLe32(&packet[kPktVersionOffset], desc.version);
+  lumx::PutLe64(&packet[kPktOpaqueOffset], desc.opaque);
+  lumx::PutLe32(&packet[kPktNumOffset], desc.num);
+  lumx::PutLe32(&packet[kPktPayloadSizeOffset], desc.payloadSize);
+  lumx::PutLe32(&packet[kPktSampleRateOffset], desc.sampleRate);
+  packet[kPktChannelsOffset] = desc.channels;
+  packet[kPktBytesPerSampleOffset] = desc.bytesPerSample;
+  for (size_t i = 30; i < kLumPacketHeaderSize; ++i) packet[i] = desc.restByte;
+  const std::vector<uint8_t> payload = BufferPayload(desc);
   packet.insert(packet.end(), payload.begin(), payload.end());
   return packet;
 }

@@ -35,7 +35,7 @@ class BufferDevDir {
   std::string old_;
 };
 
-struct BufferPacketSpec {
+struct BufferPacketDesc {
   uint32_t num = 1;
   uint32_t payloadSize = 1920;
   uint32_t sampleRate = 48000;
@@ -47,9 +47,9 @@ struct BufferPacketSpec {
   uint8_t restByte = 0;  // header bytes 30..63
 };
 
-std::vector<uint8_t> BufferMakePacket(const BufferPacketSpec& spec);
-// The payload BufferMakePacket() writes for this spec.
-std::vector<uint8_t> BufferPayload(const BufferPacketSpec& spec);
+std::vector<uint8_t> BufferMakePacket(const BufferPacketDesc& desc);
+// The payload BufferMakePacket() writes for this desc.
+std::vector<uint8_t> BufferPayload(const BufferPacketDesc& desc);
 
 // Opens a tap-out FIFO for feeding it: read-write and non-blocking, so the
 // open never waits, the buffer's blocking read-only open finds a writer, and

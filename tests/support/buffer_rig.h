@@ -86,7 +86,7 @@ class BufferStreamer {
 
  private:
   void Feed() {
-    std::vector<uint8_t> packet = BufferMakePacket(BufferPacketSpec{});
+    std::vector<uint8_t> packet = BufferMakePacket(BufferPacketDesc{});
     for (uint32_t num = 1; !stop_;) {
       if (BufferPipeBytes(feeder_) != 0) {
         sched_yield();
