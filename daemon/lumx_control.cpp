@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/select.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -88,20 +89,29 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
   if (controlFd_.get() < 0) return -1;
   const int fd = controlFd_.get();
 
-  // One budget for the whole exchange: Linux's select() lowers the timeout
-  // by the time spent, and the same timeval is handed to every wait.
+  // One budget for the whole exchange. select() alone spends only the time
+  // spent waiting inside it; a device that stays readable without ever giving
+  // a whole reply (a hung-up node reads as end of file) would then let the
+  // loop run on, so the budget is kept as a deadline on the monotonic clock.
   fd_set readSet;
   FD_ZERO(&readSet);
+  struct timespec start;
+  clock_gettime(CLOCK_MONOTONIC, &start);
+  const int64_t deadlineUs = start.tv_sec * 1000000LL + start.tv_nsec / 1000 + kCommandReplyTimeoutUs;
   struct timeval timeout = {0, kCommandReplyTimeoutUs};
   int32_t failure;
   bool waited = false;
   for (;;) {
-    // select() spends the budget, but a device that stays readable without
-    // ever giving a whole reply (end of file, short replies) would let this
-    // loop run on once the budget is gone: the budget's end is a time-out.
-    if (waited && timeout.tv_sec == 0 && timeout.tv_usec == 0) {
-      LUMX_LOGW("%s: timeout for opcode 0x%x", "waitForLumxCommandResponse", opcode);
-      return -1;
+    if (waited) {
+      struct timespec now;
+      clock_gettime(CLOCK_MONOTONIC, &now);
+      const int64_t leftUs = deadlineUs - (now.tv_sec * 1000000LL + now.tv_nsec / 1000);
+      if (leftUs <= 0) {
+        LUMX_LOGW("%s: timeout for opcode 0x%x", "waitForLumxCommandResponse", opcode);
+        return -1;
+      }
+      timeout.tv_sec = static_cast<time_t>(leftUs / 1000000);
+      timeout.tv_usec = static_cast<suseconds_t>(leftUs % 1000000);
     }
     waited = true;
     int ready;
@@ -136,6 +146,9 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
         failure = -err;
         break;
       }
+      // End of file: the node has hung up (the DSP is restarting) and stays
+      // readable. Pause before waiting again rather than spin on it.
+      if (got == 0) usleep(10000);
       continue;
     }
 
