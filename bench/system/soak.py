@@ -555,8 +555,9 @@ def main():
     print("  client calls: %d over %d operations; by exit code: %s" %
           (summary["client_calls_total"], len(summary["client_calls"]),
            dict(sum((collections.Counter(c) for c in summary["client_calls"].values()), collections.Counter()))))
-    print("  relay sessions: %s; packets delivered to relay clients: %d" % (summary["relay_sessions"],
-                                                                          summary["relay_packets_received"]))
+    print("  relay sessions: %s" % summary["relay_sessions"])
+    print("  packets delivered to relay clients (sessions ended by SIGTERM report theirs): %d" %
+          summary["relay_packets_received"])
     for s in summary["streams"]:
         if s.get("packets_received") or s.get("packets_sent"):
             print("    %-20s sent %-7s received %-7s gaps %-5s errors %s" % (
