@@ -55,6 +55,7 @@
 
 #include "common/lumx_types.h"
 #include "common/unique_fd.h"
+#include "support/raw_pty.h"
 #include "common/wire.h"
 #include "daemon/lumx_control.h"
 #include "daemon/lumxd.h"
@@ -72,19 +73,9 @@ constexpr size_t kSizes[] = {kTapEnableCmdSize, kTapBindCmdSize, kTapListCmdSize
 class ScriptedDsp {
  public:
   bool Start(const std::string& node) {
-    master_.reset(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-    if (!master_.ok() || grantpt(master_.get()) != 0 || unlockpt(master_.get()) != 0) return false;
-    char name[128];
-    if (ptsname_r(master_.get(), name, sizeof(name)) != 0) return false;
-    slave_.reset(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
-    if (!slave_.ok()) return false;
-    struct termios tio;
-    if (tcgetattr(slave_.get(), &tio) != 0) return false;
-    cfmakeraw(&tio);
-    tio.c_cc[VMIN] = 1;
-    tio.c_cc[VTIME] = 0;
-    if (tcsetattr(slave_.get(), TCSANOW, &tio) != 0) return false;
-    if (symlink(name, node.c_str()) != 0) return false;
+    std::string name;
+    if (!lumx_test::OpenRawPty(&master_, &slave_, &name)) return false;
+    if (symlink(name.c_str(), node.c_str()) != 0) return false;
     std::thread([this] { Run(); }).detach();
     return true;
   }

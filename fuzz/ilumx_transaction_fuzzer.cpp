@@ -45,6 +45,7 @@
 
 #include "common/lumx_types.h"
 #include "common/unique_fd.h"
+#include "support/raw_pty.h"
 #include "common/wire.h"
 #include "service/lumx_service.h"
 
@@ -68,20 +69,9 @@ constexpr uint32_t kFixedIds[] = {0x70617331 /*pas1*/, 0x61727430 /*art0*/, 0x61
 class EchoDsp {
  public:
   bool Start(const std::string& node) {
-    master_.reset(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-    if (!master_.ok() || grantpt(master_.get()) != 0 || unlockpt(master_.get()) != 0) return false;
-    char name[128];
-    if (ptsname_r(master_.get(), name, sizeof(name)) != 0) return false;
-    // Keeping the slave open keeps the pair alive across reopens.
-    slave_.reset(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
-    if (!slave_.ok()) return false;
-    struct termios tio;
-    if (tcgetattr(slave_.get(), &tio) != 0) return false;
-    cfmakeraw(&tio);
-    tio.c_cc[VMIN] = 1;
-    tio.c_cc[VTIME] = 0;
-    if (tcsetattr(slave_.get(), TCSANOW, &tio) != 0) return false;
-    if (symlink(name, node.c_str()) != 0) return false;
+    std::string name;
+    if (!lumx_test::OpenRawPty(&master_, &slave_, &name)) return false;
+    if (symlink(name.c_str(), node.c_str()) != 0) return false;
     std::thread([this] { Run(); }).detach();
     return true;
   }

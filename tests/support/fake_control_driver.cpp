@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "common/wire.h"
+#include "support/raw_pty.h"
 
 namespace lumx_test {
 
@@ -30,20 +31,8 @@ FakeControlDriver::Action Status(int16_t status) {
 FakeControlDriver::FakeControlDriver(const std::string& devRoot, bool createLum)
     : devRoot_(devRoot), nodePath_(devRoot + "/zch-lumx_control") {
   default_ = [](const std::vector<uint8_t>&) { return Action(); };
-  master_.reset(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-  if (!master_.ok() || grantpt(master_.get()) != 0 || unlockpt(master_.get()) != 0) return;
-  char name[128];
-  if (ptsname_r(master_.get(), name, sizeof(name)) != 0) return;
-  slavePath_ = name;
   // Holding the slave open keeps the pair alive while the daemon re-opens it.
-  slaveKeepAlive_.reset(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
-  if (!slaveKeepAlive_.ok()) return;
-  struct termios tio;
-  if (tcgetattr(slaveKeepAlive_.get(), &tio) != 0) return;
-  cfmakeraw(&tio);
-  tio.c_cc[VMIN] = 1;
-  tio.c_cc[VTIME] = 0;
-  if (tcsetattr(slaveKeepAlive_.get(), TCSANOW, &tio) != 0) return;
+  if (!OpenRawPty(&master_, &slaveKeepAlive_, &slavePath_)) return;
   int flags = fcntl(master_.get(), F_GETFL);
   fcntl(master_.get(), F_SETFL, flags | O_NONBLOCK);
 
