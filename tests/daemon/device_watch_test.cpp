@@ -316,8 +316,10 @@ TEST_F(DeviceWatchTest, EventThreadFollowsNodesAndStopsOnSignal) {
     ASSERT_TRUE(WaitUntil([&] { return lumxd.controlFd() >= 0; }));
     EXPECT_TRUE(HasEntry(log, ANDROID_LOG_INFO, node + " online\n"));
     EXPECT_TRUE(HasEntry(log, ANDROID_LOG_INFO, "Opened " + node + "\n"));
-    EXPECT_TRUE(HasEntry(log, ANDROID_LOG_INFO, "zch-lumx_control online\n"));
+    // The service logs its own line after the control device is open: wait
+    // for the rescan it starts, which comes later still.
     ASSERT_TRUE(WaitUntil([&] { return log.count("Found 1 tap-out buffer, 1 inject buffer") == 1; }));
+    EXPECT_TRUE(HasEntry(log, ANDROID_LOG_INFO, "zch-lumx_control online\n"));
 
     uint8_t msg[kTapEnableCmdSize] = {};
     EXPECT_EQ(0, lumxd.SendLumxCommand(CMD_LUMX_TAP_ENABLE_ID, reinterpret_cast<CMD_HDR*>(msg), sizeof(msg)));
