@@ -150,26 +150,7 @@ class ScriptedDsp {
   }
 
   void Run() {
-    std::vector<uint8_t> buf;
-    uint8_t chunk[4096];
-    for (;;) {
-      ssize_t n = read(master_.get(), chunk, sizeof(chunk));
-      if (n <= 0) {
-        usleep(1000);
-        continue;
-      }
-      buf.insert(buf.end(), chunk, chunk + n);
-      while (buf.size() >= 8) {
-        size_t size = lumx::GetLe16(buf.data() + 2);
-        if (size < 8 || size > buf.size()) {
-          if (size < 8) buf.clear();
-          break;
-        }
-        std::vector<uint8_t> request(buf.begin(), buf.begin() + static_cast<long>(size));
-        buf.erase(buf.begin(), buf.begin() + static_cast<long>(size));
-        Answer(request);
-      }
-    }
+    lumx_test::ServeRequests(master_.get(), [this](std::vector<uint8_t>& request) { Answer(request); });
   }
 
   lumx::unique_fd master_;

@@ -78,32 +78,15 @@ class EchoDsp {
 
  private:
   void Run() {
-    std::vector<uint8_t> buf;
-    uint8_t chunk[4096];
-    for (;;) {
-      ssize_t n = read(master_.get(), chunk, sizeof(chunk));
-      if (n <= 0) {
-        usleep(1000);
-        continue;
+    lumx_test::ServeRequests(master_.get(), [this](std::vector<uint8_t>& request) {
+      lumx::PutLe16(request.data() + 6, 0);
+      size_t off = 0;
+      while (off < request.size()) {
+        ssize_t w = write(master_.get(), request.data() + off, request.size() - off);
+        if (w <= 0) break;
+        off += static_cast<size_t>(w);
       }
-      buf.insert(buf.end(), chunk, chunk + n);
-      while (buf.size() >= 8) {
-        size_t size = lumx::GetLe16(buf.data() + 2);
-        if (size < 8 || size > buf.size()) {
-          if (size < 8) buf.clear();
-          break;
-        }
-        std::vector<uint8_t> reply(buf.begin(), buf.begin() + static_cast<long>(size));
-        lumx::PutLe16(reply.data() + 6, 0);
-        size_t off = 0;
-        while (off < reply.size()) {
-          ssize_t w = write(master_.get(), reply.data() + off, reply.size() - off);
-          if (w <= 0) break;
-          off += static_cast<size_t>(w);
-        }
-        buf.erase(buf.begin(), buf.begin() + static_cast<long>(size));
-      }
-    }
+    });
   }
 
   lumx::unique_fd master_;

@@ -6,10 +6,14 @@
 #include <fcntl.h>
 #include <stdlib.h>
 #include <termios.h>
+#include <unistd.h>
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "common/unique_fd.h"
+#include "common/wire.h"
 
 namespace lumx_test {
 
@@ -30,6 +34,33 @@ inline bool OpenRawPty(lumx::unique_fd* master, lumx::unique_fd* slave, std::str
   if (tcsetattr(slave->get(), TCSANOW, &tio) != 0) return false;
   *slavePath = name;
   return true;
+}
+
+// The DSP end of the control node: reads the master side for ever, cuts the
+// byte stream into requests by their header's size field and hands each to
+// `answer`. Never returns; run it on a detached thread.
+template <typename Answer>
+[[noreturn]] void ServeRequests(int masterFd, Answer answer) {
+  std::vector<uint8_t> buf;
+  uint8_t chunk[4096];
+  for (;;) {
+    ssize_t n = read(masterFd, chunk, sizeof(chunk));
+    if (n <= 0) {
+      usleep(1000);
+      continue;
+    }
+    buf.insert(buf.end(), chunk, chunk + n);
+    while (buf.size() >= 8) {
+      size_t size = lumx::GetLe16(buf.data() + 2);
+      if (size < 8 || size > buf.size()) {
+        if (size < 8) buf.clear();
+        break;
+      }
+      std::vector<uint8_t> request(buf.begin(), buf.begin() + static_cast<long>(size));
+      buf.erase(buf.begin(), buf.begin() + static_cast<long>(size));
+      answer(request);
+    }
+  }
 }
 
 }  // namespace lumx_test
