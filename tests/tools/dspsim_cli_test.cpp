@@ -69,7 +69,8 @@ TEST(DspsimCli, HelpDocumentsEveryOptionAndRule) {
       "--fault-restart-keep-state --fault-delay-reply-ms --fault-delay-rate --fault-drop-reply "
       "--fault-stray-reply --fault-error-status --fault-split --fault-stale --fault-misalign "
       "--fault-bad-version --fault-oversize --fault-jump --fault-jump-by --fault-pause --fault-piece-gap-us "
-      "--fault-tapout LUMX_DEV_ROOT SIGUSR1 SIGUSR2 SIGTERM 65472 latency_us");
+      "--fault-tapout --fault-endless-list --fault-unmatched-replies --fault-flap-every "
+      "LUMX_DEV_ROOT SIGUSR1 SIGUSR2 SIGTERM 65472 latency_us");
   std::vector<std::string> needles = {"lumx-dspsim: ready", "-90 EMSGSIZE", "-95 EOPNOTSUPP", "-19 ENODEV",
                                       "-2 ENOENT", "-22 EINVAL", "-34 ERANGE", "multiple of 480",
                                       "CORE CODE.INDEX RATE BLOCK CHANNELS BITS"};

@@ -80,6 +80,8 @@ const char* const kValued[] = {
     "--fault-drop-reply",
     "--fault-stray-reply",
     "--fault-error-status",
+    "--fault-unmatched-replies",
+    "--fault-flap-every",
     "--fault-split",
     "--fault-stale",
     "--fault-misalign",
@@ -139,9 +141,8 @@ Options:
   --duration SECONDS     stop by itself after SECONDS
   --ready-file FILE      create FILE ("ready <pid>") once the nodes exist
   --node-gap-ms MS       pause MS between creating two nodes (and between
-                         removing two on a restart), default 0; lumxd handles
-                         one inotify event per read, so e.g. 20 lets it see
-                         every node come and go
+                         removing two on a restart), default 0: all node
+                         events of a restart come in one burst
   --seed N               seed of the fault dice (default 1)
   -v, --verbose          log every command and reply to standard error
   -h, --help             this text
@@ -205,6 +206,14 @@ statistics under "faults"):
   --fault-stray-reply RATE     first send a reply carrying another opcode
   --fault-error-status OP=ST   answer opcode OP with status ST (the command is
                                not carried out), e.g. 205=-5; repeatable
+  --fault-endless-list         answer every TAP_LIST page as full (the core's
+                               taps over and over): the list never ends
+  --fault-unmatched-replies N  send N replies per second that answer no
+                               request (the last request's size, opcode
+                               0xFFFF), whether or not a command waits
+  --fault-flap-every SEC       every SEC s remove one data node (the lowest
+                               inject id, else tap-out id) and create it again
+                               at once: deletion and creation in one burst
   --fault-split RATE           write a packet in three pieces (32 bytes, up to
                                the middle of the payload, rest), each piece
                                --fault-piece-gap-us after the last (default 1000)
@@ -276,6 +285,12 @@ ParseOutcome ParseOptions(int argc, char** argv, Options* o, std::string* messag
       printTaps = true;
     } else if (name == "--fault-restart-keep-state") {
       f.restartKeepState = true;
+    } else if (name == "--fault-endless-list") {
+      f.endlessList = true;
+    } else if (name == "--fault-unmatched-replies") {
+      if (!ParseDouble(value, 0, 1e6, &f.unmatchedPerSec)) return bad("bad " + name);
+    } else if (name == "--fault-flap-every") {
+      if (!ParseDouble(value, 0, 1e6, &f.flapEverySec)) return bad("bad " + name);
     } else if (name == "--dev-root") {
       if (value.empty()) return bad("--dev-root needs a directory");
       o->devRoot = value;

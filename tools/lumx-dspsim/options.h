@@ -22,6 +22,14 @@ struct FaultOptions {
   double dropReplyRate = 0;
   double strayReplyRate = 0;
   std::map<uint16_t, int16_t> errorStatus;  // opcode -> status
+  // Every TAP_LIST page answered full: the list never ends.
+  bool endlessList = false;
+  // Replies that answer no request, this many per second, sent whether or
+  // not a command is waiting (0 = none).
+  double unmatchedPerSec = 0;
+  // Device watch: every N seconds one data node is removed and created again
+  // at once, so both events reach a watcher together (0 = never).
+  double flapEverySec = 0;
   // Tap-out streams.
   double splitRate = 0;
   double staleRate = 0;
@@ -51,8 +59,8 @@ struct Options {
   std::string statsPath = "-";                 // "-" = standard output, "" = none
   double durationSec = 0;                      // 0 = until a signal
   std::string readyFile;
-  // Pause between creating (or, on a restart, removing) two nodes, so that a
-  // watcher that handles one inotify event per read sees each of them.
+  // Pause between creating (or, on a restart, removing) two nodes; 0 makes
+  // each restart one burst of node events.
   int nodeGapMs = 0;
   uint64_t seed = 1;
   bool verbose = false;

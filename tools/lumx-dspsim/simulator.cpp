@@ -30,6 +30,10 @@ constexpr uint32_t kOversizePayload = kMaxPayloadSize + 1;
 constexpr double kToneAmplitude = 0.5;
 constexpr size_t kMaxOrphans = 64;
 constexpr size_t kMaxPendingReplies = 4096;
+// An opcode no request carries: the unmatched replies' own.
+constexpr uint16_t kUnmatchedOpcode = 0xFFFF;
+// Unmatched replies go out in batches at most this often.
+constexpr int64_t kUnmatchedTickNs = kNsPerMs;
 
 uint64_t SplitMix(uint64_t* state) {
   uint64_t z = (*state += 0x9E3779B97F4A7C15ull);
@@ -200,6 +204,8 @@ bool Simulator::Start(std::string* error) {
   if (f.restartEverySec > 0) nextRestartAt_ = startNs_ + SecToNs(f.restartEverySec);
   if (f.pauseEverySec > 0) nextPauseAt_ = startNs_ + SecToNs(f.pauseEverySec);
   if (options_.durationSec > 0) stopAt_ = startNs_ + SecToNs(options_.durationSec);
+  if (f.unmatchedPerSec > 0) nextUnmatchedAt_ = startNs_;
+  if (f.flapEverySec > 0) nextFlapAt_ = startNs_ + SecToNs(f.flapEverySec);
   nextOrphanCheck_ = startNs_ + kOrphanCheckNs;
   started_ = true;
   ReconcileStreams(startNs_);
@@ -538,6 +544,10 @@ void Simulator::HandleRequest(const std::vector<uint8_t>& req, int64_t now) {
   }
   if (!forced) out = model_.Handle(req.data(), req.size(), reply.data());
   if (out.changed) ReconcileStreams(now);
+  if (out.hasHeader) lastRequestSize_ = req.size();
+  if (f.endlessList && !forced && out.opcode == kOpTapList && out.status == kStatusOk) {
+    FillListPage(reply.data());
+  }
 
   bool drop = Chance(f.dropReplyRate);
   bool delay = f.replyDelayMs > 0 && Chance(f.replyDelayRate);
@@ -586,6 +596,77 @@ void Simulator::HandleRequest(const std::vector<uint8_t>& req, int64_t now) {
     replies_.push_back(PendingReply{due, std::move(other)});
   }
   replies_.push_back(PendingReply{due, std::move(reply)});
+}
+
+void Simulator::FillListPage(uint8_t* reply) {
+  // The core's taps over and over, so that every info request still names a
+  // tap the DSP has; a core without taps keeps its empty page.
+  std::vector<const TapEntry*> onCore;
+  for (const TapEntry& t : model_.taps()) {
+    if (t.core == reply[8]) onCore.push_back(&t);
+  }
+  if (onCore.empty()) return;
+  const size_t first = static_cast<size_t>(reply[9]) * kTapsPerPage;
+  for (size_t i = 0; i < kTapsPerPage; ++i) {
+    const TapEntry& t = *onCore[(first + i) % onCore.size()];
+    uint8_t* id = reply + kListEntriesOffset + i * kTapIdSize;
+    StoreU32(id, t.code);
+    id[4] = t.index;
+    id[5] = t.core;
+    id[6] = t.enabled ? 1 : 0;
+    id[7] = t.extra;
+  }
+  lumx::MutexLock lock(&statsMu_);
+  ++stats_.faults.endlessListPages;
+}
+
+void Simulator::SendUnmatched(int64_t now) {
+  const double perSec = options_.faults.unmatchedPerSec;
+  const int64_t interval = std::max<int64_t>(static_cast<int64_t>(1e9 / perSec), kUnmatchedTickNs);
+  const uint64_t batch =
+      std::max<uint64_t>(1, static_cast<uint64_t>(perSec * static_cast<double>(interval) / 1e9 + 0.5));
+  nextUnmatchedAt_ += interval;
+  if (nextUnmatchedAt_ <= now) nextUnmatchedAt_ = now + interval;
+  if (!nodesUp_ || !control_.isOpen()) return;
+  // The size of the last request, so that a client waiting for one reads a
+  // whole message that answers nothing.
+  std::vector<uint8_t> junk(lastRequestSize_, 0);
+  StoreU16(junk.data() + kCmdSizeOffset, static_cast<uint16_t>(junk.size()));
+  StoreU16(junk.data() + kCmdOpcodeOffset, kUnmatchedOpcode);
+  uint64_t sent = 0;
+  // Once the client's side is full (nobody reads), the rest are not sent.
+  while (sent < batch && control_.WriteReply(junk.data(), junk.size())) ++sent;
+  lumx::MutexLock lock(&statsMu_);
+  stats_.faults.unmatchedReplies += sent;
+}
+
+void Simulator::FlapNode(int64_t now) {
+  nextFlapAt_ += std::max<int64_t>(SecToNs(options_.faults.flapEverySec), 1);
+  if (nextFlapAt_ <= now) nextFlapAt_ = now + SecToNs(options_.faults.flapEverySec);
+  if (!nodesUp_) return;
+  std::string err;
+  std::string name;
+  bool ok = false;
+  // Removal and creation back to back: a watcher gets both events together.
+  if (!injects_.empty()) {
+    InjectNode& node = *injects_.begin()->second;
+    name = InjectNodeName(node.id());
+    node.Remove(&orphanReaders_);
+    ok = node.Create(&err);
+    injectState_[node.id()].hasLast = false;
+  } else if (!tapOuts_.empty()) {
+    TapOutNode& node = *tapOuts_.begin()->second;
+    name = TapOutNodeName(node.id());
+    node.Remove(&orphanWriters_);
+    ok = node.Create(&err);
+  } else {
+    return;
+  }
+  ReconcileStreams(now);
+  if (!ok) Log("node flap: recreating %s failed: %s", name.c_str(), err.c_str());
+  if (options_.verbose) Log("node flap: %s removed and created again", name.c_str());
+  lumx::MutexLock lock(&statsMu_);
+  ++stats_.faults.nodeFlaps;
 }
 
 void Simulator::SendDueReplies(int64_t now) {
@@ -734,6 +815,8 @@ void Simulator::RunTimers(int64_t now) {
     lumx::MutexLock lock(&statsMu_);
     ++stats_.faults.pauses;
   }
+  if (nextUnmatchedAt_ != 0 && now >= nextUnmatchedAt_) SendUnmatched(now);
+  if (nextFlapAt_ != 0 && now >= nextFlapAt_) FlapNode(now);
   if (control_.fragmentDeadline() != 0 && now >= control_.fragmentDeadline()) {
     std::vector<std::vector<uint8_t>> requests;
     control_.FlushFragment(&requests);
@@ -763,6 +846,8 @@ int64_t Simulator::NextDeadline() const {
   if (!nodesUp_) consider(upAt_);
   consider(nextRestartAt_);
   consider(nextPauseAt_);
+  consider(nextUnmatchedAt_);
+  consider(nextFlapAt_);
   consider(control_.fragmentDeadline());
   for (const PendingReply& r : replies_) consider(r.due);
   if (nodesUp_) {

@@ -93,6 +93,12 @@ class Simulator {
   void FlushNode(TapOutNode& node, int64_t now, bool rush = false);
   bool DataFaultsApply(int tapOutId) const;
   bool InPause(int64_t now) const { return now >= pauseStart_ && now < pauseEnd_; }
+  // Fault helpers: a full TAP_LIST page (--fault-endless-list), replies to
+  // no request (--fault-unmatched-replies), one node removed and created
+  // again at once (--fault-flap-every).
+  void FillListPage(uint8_t* reply);
+  void SendUnmatched(int64_t now);
+  void FlapNode(int64_t now);
   void HandleControl(int64_t now);
   void HandleRequest(const std::vector<uint8_t>& req, int64_t now);
   void SendDueReplies(int64_t now);
@@ -135,6 +141,9 @@ class Simulator {
   int64_t pauseStart_ = 0;
   int64_t pauseEnd_ = 0;
   int64_t nextOrphanCheck_ = 0;
+  int64_t nextUnmatchedAt_ = 0;
+  int64_t nextFlapAt_ = 0;
+  size_t lastRequestSize_ = kTapInfoSize;  // size of an unmatched reply
   uint64_t rng_;
   bool stopping_ = false;
 

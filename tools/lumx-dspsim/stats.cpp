@@ -176,6 +176,9 @@ std::string StatsToJson(const SimStats& stats, bool final) {
     o.U("packet_num_jump", f.packetNumJump);
     o.U("pause", f.pauses);
     o.U("paused_packets", f.pausedPackets);
+    o.U("endless_list_pages", f.endlessListPages);
+    o.U("unmatched_reply", f.unmatchedReplies);
+    o.U("node_flap", f.nodeFlaps);
   }
 
   std::string out;

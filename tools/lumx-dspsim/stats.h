@@ -57,6 +57,9 @@ struct FaultCounts {
   uint64_t packetNumJump = 0;
   uint64_t pauses = 0;
   uint64_t pausedPackets = 0;
+  uint64_t endlessListPages = 0;   // TAP_LIST pages answered full by the fault
+  uint64_t unmatchedReplies = 0;   // replies to no request, written whole
+  uint64_t nodeFlaps = 0;
 };
 
 struct SimStats {
