@@ -9,6 +9,7 @@
 
 #include "common/lumx_log.h"
 #include "common/lumx_utils.h"
+#include "common/rate_limit.h"
 #include "common/wire.h"
 #include "daemon/lumx_control.h"
 #include "daemon/lumxd.h"
@@ -25,6 +26,10 @@ constexpr size_t kListCoreOffset = 8;
 constexpr size_t kListPageOffset = 9;
 constexpr size_t kListFirstIdOffset = 12;
 constexpr int kListIdsPerPage = 4;
+// The page byte addresses 256 pages. A DSP that still answers the last of
+// them as full would keep the walk, and with it the service mutex, for ever:
+// the walk ends there as a failed list.
+constexpr uint32_t kMaxTapListPages = 256;
 
 // CMD_LUMX_TAP_INFO_ID payload: identifier at 8, details up to 27.
 constexpr size_t kInfoIdOffset = 8;
@@ -111,8 +116,8 @@ void LumxTapDetailedInfo::ToWire(uint8_t* p) const {
 
 int LumxService::getLumxTapPoints(int core, std::vector<LumxTapDetailedInfo>& out) {
   lumx::MutexLock lock(&mutex_);
-  // Pages are walked until one is not full; the page byte wraps at 256.
-  for (uint32_t page = 0;; ++page) {
+  // Pages are walked until one is not full, at most kMaxTapListPages.
+  for (uint32_t page = 0; page < kMaxTapListPages; ++page) {
     CommandBuffer<kTapListCmdSize> list;
     list.bytes[kListCoreOffset] = static_cast<uint8_t>(core & 0xff);
     list.bytes[kListPageOffset] = static_cast<uint8_t>(page & 0xff);
@@ -143,6 +148,10 @@ int LumxService::getLumxTapPoints(int core, std::vector<LumxTapDetailedInfo>& ou
     }
     if (entry < kListIdsPerPage - 1) return 0;
   }
+  static lumx::LogRateLimiter endlessListLog;
+  LUMX_LOGE_LIMITED(endlessListLog, "tap list without end",
+                    "CMD_LUMX_TAP_LIST_ID on LUM core %d, no end after %u pages", core, kMaxTapListPages);
+  return -1;
 }
 
 // Not annotated as requiring mutex_ so that callers outside the service

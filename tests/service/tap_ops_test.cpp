@@ -193,16 +193,26 @@ TEST_F(TapOpsTest, ShortPageEndsTheWalk) {
   ExpectInfoRequestFor(requests[6], taps[4]);
 }
 
-TEST_F(TapOpsTest, PageNumberWrapsAt256) {
-  driver_->SetDefault(DspModel({Tap(kImic, 0)}, /*pages=*/257));
+// The page byte names 256 pages: page 255 is the last one asked for, and a
+// list that is still full there has no end and fails.
+TEST_F(TapOpsTest, WalkEndsAtTheLastPageTheByteCanName) {
+  driver_->SetDefault(DspModel({Tap(kImic, 0)}, /*pages=*/255));
   std::vector<LumxTapDetailedInfo> out;
   EXPECT_EQ(0, svc().getLumxTapPoints(2, out));
-  EXPECT_EQ(257u * 4, out.size());
+  EXPECT_EQ(255u * 4, out.size());
   auto lists = WithOpcode(driver_->Requests(), CMD_LUMX_TAP_LIST_ID);
-  ASSERT_EQ(258u, lists.size());
+  ASSERT_EQ(256u, lists.size());
   EXPECT_EQ(255, lists[255][9]);
-  EXPECT_EQ(0, lists[256][9]);
-  EXPECT_EQ(1, lists[257][9]);
+
+  driver_->SetDefault(DspModel({Tap(kImic, 0)}, /*pages=*/100000));
+  LogCapture log;
+  out.clear();
+  EXPECT_EQ(-1, svc().getLumxTapPoints(2, out));
+  EXPECT_EQ(256u * 4, out.size());
+  lists = WithOpcode(driver_->Requests(), CMD_LUMX_TAP_LIST_ID);
+  ASSERT_EQ(512u, lists.size());
+  EXPECT_EQ(255, lists[511][9]);
+  EXPECT_EQ(1u, log.count("CMD_LUMX_TAP_LIST_ID on LUM core 2, no end after 256 pages"));
 }
 
 TEST_F(TapOpsTest, FailingSecondInfoKeepsTheFirstRecord) {
