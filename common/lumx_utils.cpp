@@ -2,6 +2,7 @@
 
 #include <android/log.h>
 #include <errno.h>
+#include <pthread.h>
 #include <sched.h>
 
 #include <mutex>
@@ -64,3 +65,18 @@ std::string FourCcToString(uint32_t code) {
 std::string UseCaseToString(UseCase useCase) { return ::aidl::lumx::toString(useCase); }
 
 std::string ParameterIdToString(ParameterId id) { return ::aidl::lumx::toString(id); }
+
+sigset_t LoopSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGHUP);
+  return set;
+}
+
+ScopedLoopSignalsBlocked::ScopedLoopSignalsBlocked() {
+  const sigset_t loop = LoopSignals();
+  pthread_sigmask(SIG_BLOCK, &loop, &previous_);
+}
+
+ScopedLoopSignalsBlocked::~ScopedLoopSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }

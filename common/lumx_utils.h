@@ -1,6 +1,8 @@
 // Small helpers shared by every part of the daemon.
 #pragma once
 
+#include <signal.h>
+
 #include <cstdint>
 #include <string>
 
@@ -28,3 +30,22 @@ std::string FourCcToString(uint32_t code);
 // values outside the tables print as decimal numbers.
 std::string UseCaseToString(UseCase useCase);
 std::string ParameterIdToString(ParameterId id);
+
+// SIGINT and SIGHUP. Only the event thread takes them (either ends its loop);
+// every other thread has them blocked, so a signal never cuts short the wait
+// of a real-time or worker thread.
+sigset_t LoopSignals();
+
+// Blocks LoopSignals() in the calling thread for its scope. A thread started
+// inside the scope inherits the mask, so a thread that the event thread
+// starts has them blocked from its first instruction.
+class ScopedLoopSignalsBlocked {
+ public:
+  ScopedLoopSignalsBlocked();
+  ~ScopedLoopSignalsBlocked();
+  ScopedLoopSignalsBlocked(const ScopedLoopSignalsBlocked&) = delete;
+  ScopedLoopSignalsBlocked& operator=(const ScopedLoopSignalsBlocked&) = delete;
+
+ private:
+  sigset_t previous_;
+};

@@ -47,6 +47,7 @@ Lumxd::~Lumxd() {
 
 void Lumxd::reopenLumxControl() {
   lumx::MutexLock lock(&commandMutex);
+  controlStats_.reopens.Add();
   openLumxControl();
 }
 
@@ -73,10 +74,7 @@ void Lumxd::BinderThread(int) {
 void Lumxd::EventThread(int) {
   LUMX_LOGI("Start %s\n", "EventThread");
   // main blocks these for every other thread; here they are caught.
-  sigset_t loopSignals;
-  sigemptyset(&loopSignals);
-  sigaddset(&loopSignals, SIGINT);
-  sigaddset(&loopSignals, SIGHUP);
+  const sigset_t loopSignals = LoopSignals();
   pthread_sigmask(SIG_UNBLOCK, &loopSignals, nullptr);
   eventBase_ = event_base_new();
   // A one-shot with a zero timeout: the real events are installed on the

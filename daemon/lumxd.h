@@ -15,12 +15,15 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/rate_limit.h"
+#include "common/stats.h"
 #include "common/thread_annotations.h"
 #include "common/unique_fd.h"
 #include "daemon/lumx_control.h"
 
 struct event_base;
 struct event;
+struct inotify_event;
 
 // Guards Lumxd::controlFd_ and makes each request/reply exchange atomic.
 // Lock order: the service's mutex_, then commandMutex.
@@ -58,6 +61,30 @@ class Lumxd {
   // Acquires or releases the "lumx" wake lock when `needed` differs from the
   // state held.
   void UpdateWakeLock(bool needed) EXCLUDES(wakeLockMutex_);
+  // Start-up: releases a "lumx" lock that an earlier instance of the daemon
+  // may have left held (the kernel keeps it by name after the holder dies).
+  void releaseStaleWakeLock() EXCLUDES(wakeLockMutex_);
+
+  // ---- Counters for the service dump (relaxed atomics, common/stats.h) ----
+  struct ControlStats {
+    lumx::StatCounter commands;          // SendLumxCommand calls
+    lumx::StatCounter timeouts;          // exchanges that used up the budget
+    lumx::StatCounter unmatchedReplies;  // reads that answered no request
+    lumx::StatCounter reopens;           // re-opens of the control device
+    lumx::StatLastError lastError;       // -errno (-ETIMEDOUT for a time-out)
+  };
+  struct WatchStats {
+    lumx::StatCounter events;  // inotify events handled
+  };
+  struct WakeLockStats {
+    lumx::StatCounter acquisitions;
+    lumx::StatCounter heldNs;  // time held, up to the last release
+  };
+  const ControlStats& controlStats() const { return controlStats_; }
+  const WatchStats& watchStats() const { return watchStats_; }
+  const WakeLockStats& wakeLockStats() const { return wakeLockStats_; }
+  // Total time the lock has been held, the current holding included.
+  uint64_t wakeLockHeldNs() const;
 
   // ---- Seams for the device watch and for tests ----
   int controlFd() EXCLUDES(commandMutex) {
@@ -73,11 +100,20 @@ class Lumxd {
   }
   // True once the event loop has installed its signal and inotify events.
   bool eventsInstalled() const { return eventsInstalled_.load(); }
+  // The inotify callback's work: one read of `fd` and every event in it,
+  // in order. The event thread passes inotifyFd_.
+  void readInotifyEvents(int fd);
+  // Forgets which log lines were held back, so that a test sees the next
+  // occurrence of each at once.
+  void resetLogLimits();
 
  private:
   // Tests construct private instances to exercise the constructor.
   friend struct LumxdTestAccess;
   Lumxd();
+
+  // One event of a read: the control node's own reaction, then the service's.
+  void handleInotifyEvent(inotify_event* event);
 
   event_base* eventBase_ = nullptr;
   event* setupEvent_ = nullptr;
@@ -93,4 +129,15 @@ class Lumxd {
   event* sigintEvent_ = nullptr;
   event* sighupEvent_ = nullptr;
   std::atomic<bool> eventsInstalled_{false};
+
+  ControlStats controlStats_;
+  WatchStats watchStats_;
+  WakeLockStats wakeLockStats_;
+  // Monotonic time of the last acquisition, 0 while the lock is not held.
+  std::atomic<int64_t> wakeLockSinceNs_{0};
+
+  // Lines that a misbehaving device or driver could repeat without end.
+  lumx::LogRateLimiter inotifyReadLog_;
+  lumx::LogRateLimiter mismatchLog_;
+  lumx::LogRateLimiter wrongSizeLog_;
 };

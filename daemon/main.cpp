@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "common/lumx_log.h"
+#include "common/lumx_utils.h"
 #include "daemon/lumxd.h"
 #include "service/lumx_service.h"
 
@@ -39,14 +40,14 @@ int main() {
   // SIGINT and SIGHUP belong to the event thread, which unblocks them. Every
   // other thread (binder pool, buffer I/O, rescan) inherits them blocked, so a
   // signal never interrupts a real-time thread's wait for its device.
-  sigset_t loopSignals;
-  sigemptyset(&loopSignals);
-  sigaddset(&loopSignals, SIGINT);
-  sigaddset(&loopSignals, SIGHUP);
+  const sigset_t loopSignals = LoopSignals();
   pthread_sigmask(SIG_BLOCK, &loopSignals, nullptr);
   Lumxd::Instance();
   LUMX_LOGI("enable_lumx_processing flag is false!");
   LUMX_LOGI("Start %s\n", "Main");
+  // Nothing here holds the wake lock yet; an earlier instance that died
+  // streaming may have left it held, draining the battery for good.
+  Lumxd::Instance().releaseStaleWakeLock();
 
   std::thread binderThread = StartThread([] { Lumxd::Instance().BinderThread(0); });
   (void)LumxService::WaitForServiceReady();

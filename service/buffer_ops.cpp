@@ -65,8 +65,7 @@ int ScanDevices(const char* prefix, std::vector<FoundDevice>& found) {
 // ---- Discovery ----
 
 int LumxService::initLumBuffers() {
-  tapOutBuffers_.clear();
-  injectBuffers_.clear();
+  dropBuffersLocked();
 
   std::vector<FoundDevice> tapOuts;
   if (ScanDevices(kTapOutPrefix, tapOuts) != 0) {
@@ -276,8 +275,7 @@ void LumxService::captureStop(CommandResult* result) {
     initLumBuffers();
   } else if (command == "buffer_deinit") {
     lumx::MutexLock lock(&mutex_);
-    tapOutBuffers_.clear();
-    injectBuffers_.clear();
+    dropBuffersLocked();
   } else if (command == "buffer_dump") {
     const auto invalid = CommandResult::Status::INVALID_PARAMETER;
     if (args.size() != 3) {

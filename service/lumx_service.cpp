@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "common/lumx_log.h"
+#include "common/lumx_utils.h"
 #include "daemon/lumxd.h"
 #include "processors/lumx_processor.h"
 
@@ -45,7 +46,9 @@ LumxService::~LumxService() {
       lumx::MutexLock pinLock(&gProcessorPinMutex);
       processors.swap(processors_);
     }
-    // The rescan takes mutex_ for each try, so it is joined outside it.
+    // The rescan takes mutex_ for each try, so it is joined outside it;
+    // meanwhile the device watch must not start another.
+    stopping_ = true;
     rescan = std::move(bufferInitThread_);
   }
   if (rescan.joinable()) rescan.join();
@@ -99,8 +102,12 @@ void LumxService::HandleInotifyEvent(inotify_event* event) {
     lumx::MutexLock lock(&mutex_);
     // Only the first creation since start-up (or since the last deletion)
     // rescans: a rescan thread that is held, finished or not, blocks others.
-    if (!bufferInitThread_.joinable()) {
+    if (!bufferInitThread_.joinable() && !stopping_) {
+      // This runs on the event thread, the one thread that takes SIGINT and
+      // SIGHUP; the rescan must not inherit them.
+      ScopedLoopSignalsBlocked blocked;
       bufferInitThread_ = std::thread([this] { initLumBuffersWithRetry(); });
+      rescans_.Add();
     }
   } else if ((event->mask & IN_DELETE) && IsDriverNode(event)) {
     LUMX_LOGI("%s offline\n", event->name);
@@ -114,13 +121,23 @@ void LumxService::HandleInotifyEvent(inotify_event* event) {
     if (rescan.joinable()) rescan.join();
     // Any node of the driver going away drops every buffer.
     lumx::MutexLock lock(&mutex_);
-    tapOutBuffers_.clear();
-    injectBuffers_.clear();
+    dropBuffersLocked();
   }
 
   lumx::MutexLock lock(&mutex_);
   for (auto& entry : processors_) {
     if (entry.second != nullptr) entry.second->HandleInotifyEvent(event);
+  }
+}
+
+void LumxService::dropBuffersLocked() {
+  bool streamed = false;
+  for (const auto& entry : tapOutBuffers_) streamed |= entry.second.isEnabled();
+  tapOutBuffers_.clear();
+  injectBuffers_.clear();
+  if (streamed) {
+    CommandResult unused;
+    updateWakeLock(&unused);
   }
 }
 

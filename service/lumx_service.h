@@ -26,6 +26,7 @@
 
 #include "buffer/lumx_buffer.h"
 #include "common/lumx_types.h"
+#include "common/stats.h"
 #include "common/thread_annotations.h"
 #include "service/lumx_tap_info.h"
 
@@ -125,6 +126,8 @@ class LumxService : public ::aidl::lumx::BnLumx {
   // Computes the wake-lock need, appends the report line, applies it.
   // Callers hold mutex_ (the registries are walked).
   void updateWakeLock(CommandResult* result) REQUIRES(mutex_);
+  // Rescan threads started by the device watch, for the service dump.
+  uint64_t rescanCount() const { return rescans_.Get(); }
 
   // ---- Buffers (buffer_ops.cpp) ----
   // Rebuilds both buffer maps from the device directory. 0, or -1 when no
@@ -166,6 +169,10 @@ class LumxService : public ::aidl::lumx::BnLumx {
   // [lumx_service.cpp]
   // Tests reach the registries directly to set up and inspect state.
   friend struct LumxServiceTestAccess;
+  // Empties both buffer maps, stopping every stream; when a tap-out buffer
+  // was streaming, re-evaluates the wake lock, which would otherwise stay
+  // held until a later StartIo or StopIo.
+  void dropBuffersLocked() REQUIRES(mutex_);
   // [buffer_ops.cpp]
   // [processor_ops.cpp]
   // Removes the entry (under gProcessorPinMutex too), unwires the processor
@@ -182,6 +189,10 @@ class LumxService : public ::aidl::lumx::BnLumx {
   std::map<int32_t, LumxBuffer> tapOutBuffers_ GUARDED_BY(mutex_);
   std::map<int32_t, LumxBuffer> injectBuffers_ GUARDED_BY(mutex_);
   std::thread bufferInitThread_ GUARDED_BY(mutex_);
+  // Set by the destructor: a node created while it joins the rescan starts
+  // no new one (it would outlive the service).
+  bool stopping_ GUARDED_BY(mutex_) = false;
+  lumx::StatCounter rescans_;
 };
 
 // The one LumxService, null while none exists. Written only by the service's

@@ -164,6 +164,30 @@ TEST_F(DeviceWatchTest, DeletionDuringARetryingRescanDoesNotDeadlock) {
   EXPECT_LT(offline, found);
 }
 
+// A read holds whatever was queued since the last one: here a restart's
+// deletion and creation with a name of the longest length between them.
+// Each event is handled, in order, as a lone one would be.
+TEST_F(DeviceWatchTest, EveryEventOfOneReadIsHandledInOrder) {
+  auto* proc = new RecordingProcessor(FourCc("pas1"));
+  LumxServiceTestAccess::AddProcessor(*service_, proc->id(), proc);
+  lumx::unique_fd watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  ASSERT_GE(inotify_add_watch(watch.get(), dev_.path().c_str(), IN_CREATE | IN_DELETE), 0);
+  const std::string longest = "zch-lumx_" + std::string(246, 'x');
+  ASSERT_TRUE(dev_.Remove("zch-lumx_inject0"));
+  dev_.Touch(longest);
+  dev_.Touch("zch-lumx_inject0");
+  LogCapture log;
+  Lumxd::Instance().readInotifyEvents(watch.get());
+  const std::vector<std::pair<uint32_t, std::string>> expected = {
+      {IN_DELETE, "zch-lumx_inject0"}, {IN_CREATE, longest}, {IN_CREATE, "zch-lumx_inject0"}};
+  EXPECT_EQ(expected, proc->events());
+  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_INFO, longest + " online\n"));
+  EXPECT_EQ(0u, log.count("Failed to read from inotify"));
+  // The creation after the deletion rescans.
+  ASSERT_TRUE(WaitUntil([&] { return log.count("Found 1 tap-out buffer, 1 inject buffer") == 1; }));
+  EXPECT_EQ(1u, service_->injectBufferCount());
+}
+
 TEST_F(DeviceWatchTest, DestructionJoinsARetryingRescan) {
   ASSERT_TRUE(dev_.Remove("zch-lumx_tapout0"));
   Handle(IN_CREATE, "zch-lumx_inject0");
@@ -171,6 +195,21 @@ TEST_F(DeviceWatchTest, DestructionJoinsARetryingRescan) {
   service_.reset();
   EXPECT_EQ(nullptr, gService);
   EXPECT_EQ(1u, log.count("Found 0 tap-out buffers"));
+}
+
+// A node created while the destructor joins the rescan starts no other one
+// (it would be left running, unjoined, on a destroyed service).
+TEST_F(DeviceWatchTest, DestructionStartsNoRescanWhileItJoins) {
+  ASSERT_TRUE(dev_.Remove("zch-lumx_tapout0"));  // every scan fails: 2.5 s of retries
+  Handle(IN_CREATE, "zch-lumx_inject0");
+  LumxService* raw = service_.get();
+  std::thread destroy([&] { service_.reset(); });
+  // The destructor has taken the rescan out and joins it without the mutex.
+  ASSERT_TRUE(WaitUntil([&] { return !LumxServiceTestAccess::RescanHeld(*raw); }));
+  SyntheticEvent created(IN_CREATE, "zch-lumx_inject1");
+  raw->HandleInotifyEvent(created.get());
+  EXPECT_FALSE(LumxServiceTestAccess::RescanHeld(*raw));
+  destroy.join();
 }
 
 // The need computed from enabled tap-out buffers and their processors.
