@@ -19,6 +19,23 @@ namespace {
 
 constexpr int kNodeTests = 5;           // tests of the node, four sleeps between
 constexpr useconds_t kNodeWaitUs = 100000;
+// A hung-up node reads as end of file at once, for ever.
+constexpr useconds_t kHangUpPauseUs = 10000;
+// Reads that answer nothing: a late answer to an earlier command, or stale
+// bytes queued in the driver (at most what its buffer holds, 4 KiB, which is
+// 256 of the smallest message), are read past at once. More than that means
+// the node keeps sending junk: each further read waits this long first, so a
+// stream of junk costs a hundred reads within the budget, not a busy core.
+constexpr int kUnmatchedFreeReads = 256;
+constexpr int64_t kUnmatchedPauseUs = 5000;
+
+int64_t MonotonicUs() {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000000LL + now.tv_nsec / 1000;
+}
+
+int64_t MonotonicNs() { return MonotonicUs() * 1000; }
 
 }  // namespace
 
@@ -56,6 +73,7 @@ void Lumxd::openLumxControl() {
 int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
   LUMX_LOGI("%s: send opcode 0x%x\n", "SendLumxCommand", opcode);
   lumx::MutexLock lock(&commandMutex);
+  controlStats_.commands.Add();
 
   // Every message carries at least the header; anything shorter cannot be
   // stamped, let alone answered.
@@ -70,12 +88,14 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
 
   ssize_t written = write(controlFd_.get(), msg, size);
   if (written != static_cast<ssize_t>(size)) {
+    controlStats_.lastError.Record(written < 0 ? -errno : -EIO, MonotonicNs());
     LUMX_LOGE("%s: Error sending opcode 0x%x, status %ld, expected %lu", "SendLumxCommand", opcode,
               static_cast<long>(written), static_cast<unsigned long>(size));
     LUMX_LOGE("%s: Trying again\n", "SendLumxCommand");
     // The driver may have restarted under us: one fresh open, one resend of
     // the same message (same id).
     controlFd_.reset();
+    controlStats_.reopens.Add();
     openLumxControl();
     if (controlFd_.get() == -1) return -1;
     written = write(controlFd_.get(), msg, size);
@@ -95,21 +115,29 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
   // loop run on, so the budget is kept as a deadline on the monotonic clock.
   fd_set readSet;
   FD_ZERO(&readSet);
-  struct timespec start;
-  clock_gettime(CLOCK_MONOTONIC, &start);
-  const int64_t deadlineUs = start.tv_sec * 1000000LL + start.tv_nsec / 1000 + kCommandReplyTimeoutUs;
+  const int64_t deadlineUs = MonotonicUs() + kCommandReplyTimeoutUs;
   struct timeval timeout = {0, kCommandReplyTimeoutUs};
   int32_t failure;
   bool waited = false;
+  int unmatched = 0;
+  auto timedOut = [&] {
+    controlStats_.timeouts.Add();
+    controlStats_.lastError.Record(-ETIMEDOUT, MonotonicNs());
+    LUMX_LOGW("%s: timeout for opcode 0x%x", "waitForLumxCommandResponse", opcode);
+    return -1;
+  };
+  // Counts a read that answered nothing and, past the free ones of this
+  // exchange, pauses (within what is left of the budget) before the next.
+  auto unmatchedRead = [&] {
+    controlStats_.unmatchedReplies.Add();
+    if (++unmatched <= kUnmatchedFreeReads) return;
+    const int64_t leftUs = deadlineUs - MonotonicUs();
+    if (leftUs > 0) usleep(static_cast<useconds_t>(leftUs < kUnmatchedPauseUs ? leftUs : kUnmatchedPauseUs));
+  };
   for (;;) {
     if (waited) {
-      struct timespec now;
-      clock_gettime(CLOCK_MONOTONIC, &now);
-      const int64_t leftUs = deadlineUs - (now.tv_sec * 1000000LL + now.tv_nsec / 1000);
-      if (leftUs <= 0) {
-        LUMX_LOGW("%s: timeout for opcode 0x%x", "waitForLumxCommandResponse", opcode);
-        return -1;
-      }
+      const int64_t leftUs = deadlineUs - MonotonicUs();
+      if (leftUs <= 0) return timedOut();
       timeout.tv_sec = static_cast<time_t>(leftUs / 1000000);
       timeout.tv_usec = static_cast<suseconds_t>(leftUs % 1000000);
     }
@@ -131,24 +159,27 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
       failure = -err;
       break;
     }
-    if (ready == 0) {
-      LUMX_LOGW("%s: timeout for opcode 0x%x", "waitForLumxCommandResponse", opcode);
-      return -1;
-    }
+    if (ready == 0) return timedOut();
     if (!FD_ISSET(controlFd_.get(), &readSet)) continue;
 
     const ssize_t got = read(controlFd_.get(), msg, size);
     if (got != static_cast<ssize_t>(size)) {
       const int err = errno;
-      LUMX_LOGE("wrong data sz %d", static_cast<int>(got));
       if (got == -1) {
+        LUMX_LOGE("wrong data sz %d", static_cast<int>(got));
         LUMX_LOGE("read err %d", err);
         failure = -err;
         break;
       }
-      // End of file: the node has hung up (the DSP is restarting) and stays
-      // readable. Pause before waiting again rather than spin on it.
-      if (got == 0) usleep(10000);
+      // A node that keeps giving bytes could repeat this without end.
+      LUMX_LOGE_LIMITED(wrongSizeLog_, "wrong data sz", "wrong data sz %d", static_cast<int>(got));
+      if (got == 0) {
+        // End of file: the node has hung up (the DSP is restarting) and
+        // stays readable. Pause before waiting again rather than spin on it.
+        usleep(kHangUpPauseUs);
+      } else {
+        unmatchedRead();
+      }
       continue;
     }
 
@@ -156,7 +187,9 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
     if (replyOpcode != opcode) {
       // Only the opcode is matched; the id byte is not compared, so a late
       // reply to an earlier command of the same opcode is taken.
-      LUMX_LOGE("mismatch reply id %u opcode 0x%x", static_cast<unsigned>(replyOpcode), opcode);
+      LUMX_LOGE_LIMITED(mismatchLog_, "mismatch reply id", "mismatch reply id %u opcode 0x%x",
+                        static_cast<unsigned>(replyOpcode), opcode);
+      unmatchedRead();
       continue;
     }
     const int16_t status = static_cast<int16_t>(lumx::GetLe16(msg + kCmdHdrStatusOffset));
@@ -165,6 +198,7 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
     return status;
   }
 
+  controlStats_.lastError.Record(failure, MonotonicNs());
   LUMX_LOGI("LUM reply OK");
   return failure;
 }

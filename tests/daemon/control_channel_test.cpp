@@ -64,6 +64,7 @@ class ControlChannelTest : public ::testing::Test {
     ASSERT_TRUE(driver_->ok());
     Lumxd::Instance().reopenLumxControl();
     ASSERT_GE(Lumxd::Instance().controlFd(), 0);
+    Lumxd::Instance().resetLogLimits();
   }
   void TearDown() override {
     Lumxd::Instance().closeLumxControl();
@@ -239,6 +240,7 @@ TEST(ControlBudgetTest, EndlessShortReadsEndInTheTimeout) {
   }
   Lumxd::Instance().reopenLumxControl();
   ASSERT_GE(Lumxd::Instance().controlFd(), 0);
+  Lumxd::Instance().resetLogLimits();
   LogCapture log;
   std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
   EXPECT_EQ(-1, Lumxd::Instance().SendLumxCommand(CMD_LUMX_TAP_INFO_ID, reinterpret_cast<CMD_HDR*>(msg.data()),
