@@ -163,7 +163,7 @@ class OwnDaemon {
     setenv("LUMX_BINDER_DIR", binder.c_str(), 1);
     setenv("LUMX_SYSFS_ROOT", sysfs.c_str(), 1);
     const std::string ready = root_ + "/sim.ready";
-    simPid_ = Spawn({sim, "--dev-root", dev, "--node-gap-ms", "20", "--ready-file", ready, "--stats",
+    simPid_ = Spawn({sim, "--dev-root", dev, "--ready-file", ready, "--stats",
                      root_ + "/sim.json"},
                     root_ + "/sim.log");
     if (simPid_ < 0 || !WaitFor([&] { return access(ready.c_str(), F_OK) == 0; })) return false;

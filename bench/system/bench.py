@@ -124,7 +124,7 @@ def main():
     with open(taps, "w") as f:
         f.write(tap_table(tools))
     bufs = [20, 21, 40, 41] + [BENCH_BUF0 + i for i in range(BENCH_STREAMS)] + [BARE_BUF]
-    rig.start_sim(["--taps", taps, "--buffers", ",".join(map(str, bufs)), "--node-gap-ms", "20"])
+    rig.start_sim(["--taps", taps, "--buffers", ",".join(map(str, bufs))])
     rig.start_daemon()
     pid = rig.daemon.pid
     result = {"machine": {"cpus": os.cpu_count(), "kernel": platform.release(),

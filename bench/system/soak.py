@@ -490,7 +490,7 @@ def main():
               "--fault-split", "0.05", "--fault-stale", "0.02", "--fault-misalign", "0.01",
               "--fault-bad-version", "0.01", "--fault-oversize", "0.005", "--fault-jump", "0.01",
               "--fault-pause", "11:300"]
-    rig.start_sim(["--buffers", bufs, "--node-gap-ms", "20", "--seed", str(args.seed)] + faults)
+    rig.start_sim(["--buffers", bufs, "--seed", str(args.seed)] + faults)
     san_env = {
         "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "detect_leaks=1:abort_on_error=1:strict_string_checks=1"),
         "UBSAN_OPTIONS": os.environ.get("UBSAN_OPTIONS", "print_stacktrace=1:halt_on_error=1"),

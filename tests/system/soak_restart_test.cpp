@@ -93,7 +93,7 @@ class SoakRestartTest : public ::testing::Test {
   }
 
   bool StartSim(const std::vector<std::string>& extra) {
-    std::vector<std::string> args = {"--dev-root", dev_, "--node-gap-ms", "20", "--stats", dir_.Join("stats.json"),
+    std::vector<std::string> args = {"--dev-root", dev_, "--stats", dir_.Join("stats.json"),
                                      "--ready-file", dir_.Join("ready")};
     args.insert(args.end(), extra.begin(), extra.end());
     if (!sim_proc_.Start(sim_, args, env_, "", dir_.Join("sim.log"))) return false;
