@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "common/lumx_types.h"
+#include "common/stats.h"
 #include "common/thread_annotations.h"
 
 class LumxBuffer;
@@ -70,6 +71,9 @@ class LumxProcessor {
   LumxBuffer* input() const { return input_.load(std::memory_order_relaxed); }
   LumxBuffer* output() const { return output_.load(std::memory_order_relaxed); }
   uint32_t blockLength() const { return blockLength_.load(std::memory_order_relaxed); }
+  // Blocks handled while enabled, and how many of them failed (for the dump).
+  uint64_t blocksProcessed() const { return blocksProcessed_.Get(); }
+  uint64_t blocksFailed() const { return blocksFailed_.Get(); }
 
   // Lifetime pins. A pinned processor that is removed from the service's map
   // is retired instead of deleted; the holder of the last pin deletes it.
@@ -99,6 +103,12 @@ class LumxProcessor {
   void setEnabled(bool enabled) { enabled_.store(enabled, std::memory_order_relaxed); }
   bool passthroughMode() const { return passthroughMode_.load(std::memory_order_relaxed); }
   bool testMode() const { return testMode_.load(std::memory_order_relaxed); }
+  // Counts one block handled while enabled; returns its status unchanged.
+  int countBlock(int status) {
+    blocksProcessed_.Add();
+    if (status != 0) blocksFailed_.Add();
+    return status;
+  }
 
   std::atomic<bool> enabled_{false};
   uint32_t id_;
@@ -122,6 +132,8 @@ class LumxProcessor {
   std::shared_ptr<IReceiveAudioCallback> receiveCallback_;
 
  private:
+  lumx::StatCounter blocksProcessed_;
+  lumx::StatCounter blocksFailed_;
   uint32_t pinCount_ GUARDED_BY(gProcessorPinMutex) = 0;
   bool retired_ GUARDED_BY(gProcessorPinMutex) = false;
 };

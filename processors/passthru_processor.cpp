@@ -23,9 +23,9 @@ int PassthruProcessor::ProcessBlock(const void* in, size_t inSize, void* out, si
   // Disabled: `out` keeps the caller's zero fill, so silence is injected.
   if (!enabled()) return 0;
   // No enabled output buffer: nothing to copy into.
-  if (out == nullptr) return 0;
+  if (out == nullptr) return countBlock(0);
   const size_t n = inSize < outSize ? inSize : outSize;
   if (n > 0) memcpy(out, in, n);
   if (inSize < outSize) memset(static_cast<uint8_t*>(out) + n, 0, outSize - n);
-  return 0;
+  return countBlock(0);
 }
