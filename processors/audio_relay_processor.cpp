@@ -1,11 +1,23 @@
 #include "processors/audio_relay_processor.h"
 
+#include <android/binder_ibinder.h>
+#include <errno.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
 
 #include "buffer/lumx_buffer.h"
 #include "common/lumx_log.h"
+#include "common/rate_limit.h"
+#include "common/unique_fd.h"
 #include "service/lumx_service.h"
 
 namespace {
@@ -38,9 +50,286 @@ void ResetPacketCodes(AudioPacket& packet) {
   packet.reserved = 1;
 }
 
+// How long stopping a sender waits for its thread before leaving it to end
+// on its own: a client that hangs in a call must not hold up the binder
+// thread that replaces or deletes it.
+constexpr std::chrono::milliseconds kSenderStopWait{100};
+
 }  // namespace
 
-AudioRelayProcessor::AudioRelayProcessor(uint32_t id) : LumxProcessor(id, kProcessorTypeArel) {
+struct AudioRelayProcessor::ClientCounters {
+  lumx::StatCounter sent;
+  lumx::StatCounter failed;
+  lumx::StatCounter dropped;
+  // One line a second at most for each way a client can fail.
+  lumx::LogRateLimiter deadLimit;
+  lumx::LogRateLimiter failLimit;
+  lumx::LogRateLimiter slowLimit;
+  lumx::LogRateLimiter stuckLimit;
+  lumx::LogRateLimiter startLimit;
+};
+
+// One registered client's delivery: a thread at normal priority that hands
+// queued blocks to the callback, and the queue between it and the I/O thread.
+//
+// The queue is kClientQueueBlocks + 1 slots, each with a packet whose data is
+// reserved for the longest block, so pushing never allocates. A slot is free
+// (the I/O thread may fill it), ready (queued, numbered in push order) or in
+// delivery (the sender reads it). Only the I/O thread makes a free slot ready
+// and drops a ready one; only the sender claims a ready slot and frees it
+// again, so every hand-over is one atomic state change and neither side ever
+// waits for the other. A slot in delivery counts toward the bound until the
+// client has taken its block.
+class AudioRelayProcessor::ClientSender {
+ public:
+  ClientSender(const char* name, std::shared_ptr<IReceiveAudioCallback> cb, std::shared_ptr<ClientCounters> counters)
+      : callback_(std::move(cb)),
+        binder_(callback_->asBinder()),
+        remote_(AIBinder_isRemote(binder_.get())),
+        counters_(std::move(counters)) {
+    memcpy(name_, name, sizeof(name_));
+    for (Slot& slot : slots_) slot.packet.data.reserve(kMaxBlockBytes);
+  }
+
+  // Starts the sender thread at normal priority, whatever the caller's.
+  // Null (and logged) when no thread can be had.
+  static std::shared_ptr<ClientSender> Start(const char* name, std::shared_ptr<IReceiveAudioCallback> cb,
+                                             std::shared_ptr<ClientCounters> counters) {
+    auto sender = std::make_shared<ClientSender>(name, std::move(cb), std::move(counters));
+    sender->wake_.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!sender->wake_.ok()) {
+      const int err = errno;
+      LUMX_LOGE_LIMITED(sender->counters_->startLimit, "relay client sender", "%s %s: no client sender (eventfd errno %d)",
+                        name, "RegisterReceiveAudioCallback", err);
+      return nullptr;
+    }
+    // Threads inherit their creator's policy; this one must never run
+    // real-time, so its policy is set explicitly.
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setinheritsched(&attr, PTHREAD_EXPLICIT_SCHED);
+    pthread_attr_setschedpolicy(&attr, SCHED_OTHER);
+    sched_param param{};
+    param.sched_priority = 0;
+    pthread_attr_setschedparam(&attr, &param);
+    auto* self = new std::shared_ptr<ClientSender>(sender);
+    const int rc = pthread_create(&sender->thread_, &attr, &ClientSender::ThreadMain, self);
+    pthread_attr_destroy(&attr);
+    if (rc != 0) {
+      delete self;
+      LUMX_LOGE_LIMITED(sender->counters_->startLimit, "relay client sender",
+                        "%s %s: no client sender (pthread_create %d)", name, "RegisterReceiveAudioCallback", rc);
+      return nullptr;
+    }
+    char threadName[16];
+    snprintf(threadName, sizeof(threadName), "relay-%s", name);
+    pthread_setname_np(sender->thread_, threadName);
+    return sender;
+  }
+
+  // Ends the thread; blocks still queued are not delivered. Waits a bounded
+  // time: a thread stuck in a call to a hung client is left to end when the
+  // call returns (it keeps this object alive until then).
+  void Stop() {
+    stopping_.store(true, std::memory_order_relaxed);
+    Wake();
+    bool exited;
+    {
+      lumx::MutexLock lock(&exitMutex_);
+      const auto deadline = std::chrono::steady_clock::now() + kSenderStopWait;
+      while (!exited_ && exitCv_.wait_until(exitMutex_, deadline) == std::cv_status::no_timeout) {
+      }
+      exited = exited_;
+    }
+    if (exited) {
+      pthread_join(thread_, nullptr);
+    } else {
+      LUMX_LOGW_LIMITED(counters_->stuckLimit, "relay client stuck",
+                        "%s %s: client call still running, sender left to end on its own", name_, "ReceiveAudio");
+      pthread_detach(thread_);
+    }
+  }
+
+  // I/O thread: queues a copy of `block` for the client. Lock-free, no
+  // allocation, never waits; when the queue is full the oldest queued block
+  // is dropped and counted.
+  void Push(const AudioPacket& block) {
+    for (int attempt = 0;; ++attempt) {
+      uint32_t held = 0;
+      int oldest = -1;
+      uint64_t oldestSeq = UINT64_MAX;
+      for (int i = 0; i < kSlots; ++i) {
+        const uint32_t state = slots_[i].state.load(std::memory_order_acquire);
+        if (state == kFree) continue;
+        ++held;
+        const uint64_t seq = slots_[i].seq.load(std::memory_order_relaxed);
+        if (state == kReady && seq < oldestSeq) {
+          oldest = i;
+          oldestSeq = seq;
+        }
+      }
+      if (held < kClientQueueBlocks) break;
+      uint32_t expected = kReady;
+      if (oldest >= 0 &&
+          slots_[oldest].state.compare_exchange_strong(expected, kFree, std::memory_order_acq_rel)) {
+        counters_->dropped.Add();
+        break;
+      }
+      // The sender claimed that one meanwhile; look again, a bounded number
+      // of times (it claims at most one block per delivery).
+      if (attempt == 3) {
+        counters_->dropped.Add();
+        return;
+      }
+    }
+    // With at most kClientQueueBlocks held, a free slot is left.
+    for (Slot& slot : slots_) {
+      if (slot.state.load(std::memory_order_acquire) != kFree) continue;
+      AudioPacket& p = slot.packet;
+      p.processor_id = block.processor_id;
+      p.data.assign(block.data.begin(), block.data.end());  // within the reserved capacity
+      p.sampleRate = block.sampleRate;
+      p.format = block.format;
+      p.bitsPerSample = block.bitsPerSample;
+      p.numChannels = block.numChannels;
+      p.reserved = block.reserved;
+      slot.seq.store(++pushed_, std::memory_order_relaxed);
+      slot.state.store(kReady, std::memory_order_release);
+      Wake();
+      return;
+    }
+  }
+
+  uint32_t queued() const {
+    uint32_t n = 0;
+    for (const Slot& slot : slots_) n += slot.state.load(std::memory_order_relaxed) != kFree ? 1 : 0;
+    return n;
+  }
+
+ private:
+  enum : uint32_t { kFree, kReady, kDelivering };
+  static constexpr int kSlots = kClientQueueBlocks + 1;
+
+  struct Slot {
+    std::atomic<uint32_t> state{kFree};
+    std::atomic<uint64_t> seq{0};  // push order
+    AudioPacket packet;
+  };
+
+  static void* ThreadMain(void* arg) {
+    std::shared_ptr<ClientSender> self = std::move(*static_cast<std::shared_ptr<ClientSender>*>(arg));
+    delete static_cast<std::shared_ptr<ClientSender>*>(arg);
+    self->Run();
+    {
+      lumx::MutexLock lock(&self->exitMutex_);
+      self->exited_ = true;
+    }
+    self->exitCv_.notify_all();
+    return nullptr;
+  }
+
+  void Wake() {
+    const uint64_t one = 1;
+    // Fails only when the count would overflow: the sender is awake anyway.
+    if (write(wake_.get(), &one, sizeof(one)) < 0) return;
+  }
+
+  // Sleeps until Wake() was called since the last return.
+  void WaitForWake() {
+    pollfd pfd{wake_.get(), POLLIN, 0};
+    if (poll(&pfd, 1, -1) <= 0) return;  // EINTR: the caller looks again anyway
+    uint64_t count;
+    if (read(wake_.get(), &count, sizeof(count)) < 0) return;
+  }
+
+  // Claims the oldest ready slot; -1 when none is ready.
+  int ClaimOldest() {
+    for (;;) {
+      int oldest = -1;
+      uint64_t oldestSeq = UINT64_MAX;
+      for (int i = 0; i < kSlots; ++i) {
+        if (slots_[i].state.load(std::memory_order_acquire) != kReady) continue;
+        const uint64_t seq = slots_[i].seq.load(std::memory_order_relaxed);
+        if (seq < oldestSeq) {
+          oldest = i;
+          oldestSeq = seq;
+        }
+      }
+      if (oldest < 0) return -1;
+      uint32_t expected = kReady;
+      if (!slots_[oldest].state.compare_exchange_strong(expected, kDelivering, std::memory_order_acquire)) continue;
+      if (slots_[oldest].seq.load(std::memory_order_relaxed) == oldestSeq) return oldest;
+      // Dropped and refilled with a newer block between the look and the
+      // claim: give it back and look again, so blocks go out in order.
+      slots_[oldest].state.store(kReady, std::memory_order_release);
+    }
+  }
+
+  void Run() {
+    while (!stopping_.load(std::memory_order_relaxed)) {
+      const int i = ClaimOldest();
+      if (i < 0) {
+        WaitForWake();
+        continue;
+      }
+      Deliver(slots_[i].packet);
+      slots_[i].state.store(kFree, std::memory_order_release);
+    }
+  }
+
+  void Deliver(const AudioPacket& packet) {
+    const ::ndk::ScopedAStatus status = callback_->ReceiveAudio(packet);
+    binder_status_t code = status.isOk() ? STATUS_OK : status.getStatus();
+    // A one-way call returns once the transport has the block. Waiting for
+    // the client to answer a ping sent behind it keeps the block counted
+    // here until the client has it, so a client that stops does not find a
+    // transport full of stale blocks when it resumes.
+    if (status.isOk() && remote_) {
+      code = AIBinder_ping(binder_.get());
+    }
+    ClientCounters& c = *counters_;
+    if (status.isOk() && code == STATUS_OK) {
+      c.sent.Add();
+    } else {
+      c.failed.Add();
+      const unsigned long long failed = c.failed.Get();
+      if (code == STATUS_DEAD_OBJECT) {
+        LUMX_LOGE_LIMITED(c.deadLimit, "relay client dead", "%s %s: client is dead, %llu blocks not delivered",
+                          name_, "ReceiveAudio", failed);
+      } else {
+        // A failure other than the transport's reads as its exception code.
+        const int32_t shown = code != STATUS_OK ? code : status.getExceptionCode();
+        LUMX_LOGE_LIMITED(c.failLimit, "relay client call failed",
+                          "%s %s: client call failed, status %d, %llu blocks not delivered", name_, "ReceiveAudio",
+                          shown, failed);
+      }
+    }
+    const uint64_t dropped = c.dropped.Get();
+    if (dropped != droppedSeen_) {
+      droppedSeen_ = dropped;
+      LUMX_LOGW_LIMITED(c.slowLimit, "relay client slow", "%s %s: client too slow, %llu oldest blocks dropped",
+                        name_, "ReceiveAudio", static_cast<unsigned long long>(dropped));
+    }
+  }
+
+  char name_[5];
+  const std::shared_ptr<IReceiveAudioCallback> callback_;
+  const ::ndk::SpAIBinder binder_;
+  const bool remote_;
+  const std::shared_ptr<ClientCounters> counters_;
+  lumx::unique_fd wake_;
+  pthread_t thread_{};
+  std::atomic<bool> stopping_{false};
+  Slot slots_[kSlots];
+  uint64_t pushed_ = 0;       // Push() only, which runs under the relay's dataMutex_
+  uint64_t droppedSeen_ = 0;  // sender thread only
+  lumx::Mutex exitMutex_;
+  std::condition_variable_any exitCv_;
+  bool exited_ GUARDED_BY(exitMutex_) = false;
+};
+
+AudioRelayProcessor::AudioRelayProcessor(uint32_t id)
+    : LumxProcessor(id, kProcessorTypeArel), clientCounters_(std::make_shared<ClientCounters>()) {
   lumx::MutexLock lock(&dataMutex_);
   ResetPacketCodes(txPacket_);
   ResetPacketCodes(rxPacket_);
@@ -53,6 +342,12 @@ AudioRelayProcessor::AudioRelayProcessor(uint32_t id) : LumxProcessor(id, kProce
 AudioRelayProcessor::~AudioRelayProcessor() {
   // Leave the buffers before the packets and locks go away.
   DetachFromBuffers();
+  std::shared_ptr<ClientSender> sender;
+  {
+    lumx::MutexLock lock(&dataMutex_);
+    sender = std::move(sender_);
+  }
+  if (sender != nullptr) sender->Stop();
 }
 
 void AudioRelayProcessor::Info(std::vector<std::string>& lines) const { LumxProcessor::Info(lines); }
@@ -106,7 +401,10 @@ int AudioRelayProcessor::Enable(bool enable) {
 int AudioRelayProcessor::ProcessBlock(const void* in, size_t inSize, void* out, size_t outSize) {
   lumx::MutexLock lock(&dataMutex_);
   if (!enabled()) return 0;
+  return countBlock(exchangeBlock(in, inSize, out, outSize));
+}
 
+int AudioRelayProcessor::exchangeBlock(const void* in, size_t inSize, void* out, size_t outSize) {
   LumxBuffer* input = this->input();
   if (input == nullptr || output() == nullptr) return -1;
 
@@ -144,9 +442,14 @@ int AudioRelayProcessor::ProcessBlock(const void* in, size_t inSize, void* out, 
 
   // Client exchange: the client hears the captured channel; the DSP gets the
   // client's latest audio once, then silence until the next SendAudio().
+  // The block is queued for the client's sender thread instead of being
+  // handed over here: a binder call on this thread could block it behind a
+  // slow client or allocate. So the client's answer can no longer fail the
+  // block; a dead or refusing client shows as the sender's rate-limited
+  // lines and counters, and the DSP gets silence once its last audio is
+  // played out, as it did when such blocks failed.
   if (!passthroughMode() && receiveCallback_ != nullptr) {
-    const ::ndk::ScopedAStatus status = receiveCallback_->ReceiveAudio(txPacket_);
-    if (!status.isOk()) return -1;
+    if (sender_ != nullptr) sender_->Push(txPacket_);
     if (rxPending_) {
       const size_t have = rxPacket_.data.size() < blockBytes ? rxPacket_.data.size() : blockBytes;
       if (have > 0) memcpy(block, rxPacket_.data.data(), have);
@@ -215,15 +518,38 @@ int AudioRelayProcessor::SendAudio(const AudioPacket& packet) {
 }
 
 void AudioRelayProcessor::RegisterReceiveAudioCallback(std::shared_ptr<IReceiveAudioCallback> cb) {
+  // The new client's sender starts before the swap, the old one stops after
+  // it, both outside the lock: neither a thread start nor a wait for a
+  // client call may hold up the I/O thread.
+  std::shared_ptr<ClientSender> sender = cb != nullptr ? ClientSender::Start(idName_, cb, clientCounters_) : nullptr;
+  // Taken here, on the binder thread serving the registration.
+  const int32_t pid = cb != nullptr ? static_cast<int32_t>(AIBinder_getCallingPid()) : 0;
   std::shared_ptr<IReceiveAudioCallback> previous;
   {
     lumx::MutexLock lock(&dataMutex_);
     previous = std::move(receiveCallback_);
     receiveCallback_ = std::move(cb);
+    sender_.swap(sender);
+    clientPid_.store(pid, std::memory_order_relaxed);
   }
+  if (sender != nullptr) sender->Stop();
   // The old reference is dropped outside the lock: releasing a remote
   // callback may talk to the binder driver, which the I/O thread must not
   // wait for.
+}
+
+RelayClientStats AudioRelayProcessor::clientStats() const {
+  RelayClientStats stats;
+  {
+    lumx::MutexLock lock(&dataMutex_);
+    stats.registered = receiveCallback_ != nullptr;
+    stats.queued = sender_ != nullptr ? sender_->queued() : 0;
+  }
+  stats.pid = clientPid_.load(std::memory_order_relaxed);
+  stats.sent = clientCounters_->sent.Get();
+  stats.failed = clientCounters_->failed.Get();
+  stats.dropped = clientCounters_->dropped.Get();
+  return stats;
 }
 
 LumxProcessor::Status AudioRelayProcessor::GetParameter(ParameterId id, int element, ParamValue* value) const {

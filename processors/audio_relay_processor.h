@@ -5,9 +5,16 @@
 // the client's latest SendAudio() data, silence, or (passthrough mode) the
 // captured audio itself. Locks: enableMutex_ (Enable, SetParameter) before
 // dataMutex_ (packets, pending flag, callback; held by ProcessBlock for the
-// whole block, the one lock the packet path takes).
+// whole block, the one lock the packet path takes; every other holder keeps
+// it only for a bounded copy or a pointer swap, never across a binder call).
+//
+// The client is never called from the I/O thread: ProcessBlock hands the
+// block to the client's sender thread (normal priority) through a lock-free
+// queue that holds at most kClientQueueBlocks blocks, the oldest dropped
+// and counted when the client falls behind.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -25,8 +32,22 @@ constexpr int32_t kTelephonyUplinkTapIndex = 1;
 constexpr int32_t kTelephonyDownlinkBuffer = 40;
 constexpr int32_t kTelephonyUplinkBuffer = 41;
 
+// What a relay's client delivery has done, for the service's dump.
+struct RelayClientStats {
+  bool registered = false;  // a callback is registered
+  int32_t pid = 0;          // process that registered it; 0 when unknown
+  uint64_t sent = 0;        // blocks the client took
+  uint64_t failed = 0;      // blocks whose delivery failed (client dead or refusing)
+  uint64_t dropped = 0;     // oldest blocks dropped because the client fell behind
+  uint32_t queued = 0;      // blocks held for the client now, the one in delivery included
+};
+
 class AudioRelayProcessor : public LumxProcessor {
  public:
+  // Blocks held for a client at most, the one being delivered included: a
+  // client that stalls gets no more than this many stale blocks afterwards.
+  static constexpr uint32_t kClientQueueBlocks = 3;
+
   // Codes of the relay's client packets: 48 kHz, signed PCM, 16 bits, mono.
   static constexpr int8_t kPacketSampleRate48k = 5;
   static constexpr int8_t kPacketFormatPcm = 0;
@@ -56,14 +77,27 @@ class AudioRelayProcessor : public LumxProcessor {
   // Whether the telephony use case is on.
   static bool TelephonyUseCaseEnabled();
 
+  RelayClientStats clientStats() const EXCLUDES(dataMutex_);
+
  private:
+  class ClientSender;  // the sender thread and its queue
+  struct ClientCounters;
+
   // Sizes and stamps both packets for the current block length. 0 or -1.
   int startProcessor() REQUIRES(dataMutex_);
+  // ProcessBlock's work on an enabled relay: 0 or -1.
+  int exchangeBlock(const void* in, size_t inSize, void* out, size_t outSize) REQUIRES(dataMutex_);
 
   lumx::Mutex enableMutex_;
-  lumx::Mutex dataMutex_ ACQUIRED_AFTER(enableMutex_);
+  mutable lumx::Mutex dataMutex_ ACQUIRED_AFTER(enableMutex_);
   uint32_t blockCount_ GUARDED_BY(dataMutex_) = 0;
   AudioPacket txPacket_ GUARDED_BY(dataMutex_);
   AudioPacket rxPacket_ GUARDED_BY(dataMutex_);
   bool rxPending_ GUARDED_BY(dataMutex_) = false;
+  // Shared with the senders, which may outlive this processor while a stuck
+  // client call returns.
+  const std::shared_ptr<ClientCounters> clientCounters_;
+  // Delivers to receiveCallback_; null without a callback.
+  std::shared_ptr<ClientSender> sender_ GUARDED_BY(dataMutex_);
+  std::atomic<int32_t> clientPid_{0};
 };

@@ -1,5 +1,9 @@
 #include "support/processor_test_util.h"
 
+#include <sched.h>
+
+#include <chrono>
+
 #include "common/wire.h"
 #include "processors/lumx_processor.h"
 
@@ -68,12 +72,31 @@ void WiredBuffers::SetTapFormat(uint32_t sampleRate, uint8_t channels, uint8_t b
 
 ::ndk::ScopedAStatus RecordingCallback::ReceiveAudio(const AudioPacket& packet) {
   {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::unique_lock<std::mutex> lock(mu_);
     packets_.push_back(packet);
+    policies_.push_back(sched_getscheduler(0));
+    cv_.notify_all();
+    cv_.wait(lock, [this] { return !held_; });
   }
   const binder_status_t status = failStatus_.load();
   if (status != STATUS_OK) return ::ndk::ScopedAStatus::fromStatus(status);
   return ::ndk::ScopedAStatus::ok();
+}
+
+void RecordingCallback::Hold() {
+  std::lock_guard<std::mutex> lock(mu_);
+  held_ = true;
+}
+
+void RecordingCallback::Release() {
+  std::lock_guard<std::mutex> lock(mu_);
+  held_ = false;
+  cv_.notify_all();
+}
+
+bool RecordingCallback::WaitFor(size_t n) {
+  std::unique_lock<std::mutex> lock(mu_);
+  return cv_.wait_for(lock, std::chrono::seconds(20), [&] { return packets_.size() >= n; });
 }
 
 size_t RecordingCallback::count() const {
@@ -84,6 +107,11 @@ size_t RecordingCallback::count() const {
 AudioPacket RecordingCallback::last() const {
   std::lock_guard<std::mutex> lock(mu_);
   return packets_.empty() ? AudioPacket() : packets_.back();
+}
+
+std::vector<int> RecordingCallback::policies() const {
+  std::lock_guard<std::mutex> lock(mu_);
+  return policies_;
 }
 
 std::vector<AudioPacket> RecordingCallback::all() const {

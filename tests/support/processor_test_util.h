@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -51,22 +52,33 @@ class WiredBuffers {
   LumxBuffer inject_;
 };
 
-// IReceiveAudioCallback of a pretend client: records every packet and
-// answers with a configurable status (OK, or a transaction failure the way a
-// dead client's proxy reports it).
+// IReceiveAudioCallback of a pretend client: records every packet and the
+// scheduling policy it arrived at, and answers with a
+// configurable status (OK, or a transaction failure the way a dead client's
+// proxy reports it). Hold() makes the calls wait, after recording, until
+// Release(): a client that has stopped.
 class RecordingCallback : public ::aidl::lumx::ILumx::BnReceiveAudioCallback {
  public:
   ::ndk::ScopedAStatus ReceiveAudio(const AudioPacket& packet) override;
 
   void FailWith(binder_status_t status) { failStatus_.store(status); }
   void Succeed() { failStatus_.store(STATUS_OK); }
+  void Hold();
+  void Release();
+  // Waits (bounded) until `n` calls have arrived.
+  bool WaitFor(size_t n);
   size_t count() const;
   AudioPacket last() const;
   std::vector<AudioPacket> all() const;
+  // Scheduling policy of the thread of each call.
+  std::vector<int> policies() const;
 
  private:
   mutable std::mutex mu_;
+  std::condition_variable cv_;
   std::vector<AudioPacket> packets_;
+  std::vector<int> policies_;
+  bool held_ = false;
   std::atomic<binder_status_t> failStatus_{STATUS_OK};
 };
 
