@@ -99,8 +99,8 @@ class AudioRelayProcessor::ClientSender {
     sender->wake_.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!sender->wake_.ok()) {
       const int err = errno;
-      LUMX_LOGE_LIMITED(sender->counters_->startLimit, "relay client sender", "%s %s: no client sender (eventfd errno %d)",
-                        name, "RegisterReceiveAudioCallback", err);
+      LUMX_LOGE_LIMITED(sender->counters_->startLimit, "relay client sender",
+                        "%s %s: no client sender (eventfd errno %d)", name, "RegisterReceiveAudioCallback", err);
       return nullptr;
     }
     // Threads inherit their creator's policy; this one must never run
