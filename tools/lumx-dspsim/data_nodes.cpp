@@ -66,10 +66,34 @@ bool TapOutNode::Create(std::string* error) {
   }
   Discard();
   readerSeen_ = false;
+  writerGone_ = false;
+  return true;
+}
+
+void TapOutNode::DropWriter() {
+  if (!fd_.ok()) return;
+  Discard();
+  fd_.reset();
+  writerGone_ = true;
+}
+
+bool TapOutNode::RestoreWriter() {
+  if (!writerGone_) return true;
+  // Without a reader a non-blocking write end cannot be opened: lend one.
+  lumx::unique_fd reader(open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  fd_.reset(open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!fd_.ok()) return false;
+  writerGone_ = false;
+  readerSeen_ = false;
   return true;
 }
 
 void TapOutNode::Remove(std::vector<lumx::unique_fd>* orphans) {
+  if (writerGone_) {
+    unlink(path_.c_str());
+    writerGone_ = false;
+    return;
+  }
   if (!fd_.ok()) return;
   unlink(path_.c_str());
   Discard();
@@ -103,7 +127,7 @@ TapOutNode::Flush TapOutNode::Write(int64_t nowNs, uint64_t* bytesWritten, bool 
   if (!busy()) return Flush::kIdle;
   if (!fd_.ok()) {
     Discard();
-    return Flush::kError;
+    return writerGone_ ? Flush::kWriterGone : Flush::kError;
   }
   waitWritable_ = false;
   while (piece_ < pieces_.size()) {

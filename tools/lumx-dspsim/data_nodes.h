@@ -34,6 +34,7 @@ class TapOutNode {
     kWaitWritable,  // the pipe is full
     kNoReader,      // nobody has the node open: the packet was dropped
     kError,         // write error: the packet was dropped
+    kWriterGone,    // the write end is away (fault): the packet was dropped
   };
 
   TapOutNode(int id, std::string path) : id_(id), path_(std::move(path)) {}
@@ -44,8 +45,15 @@ class TapOutNode {
   // Unlinks the node. The write end goes to `orphans` so a client that still
   // has it open sees silence (not end-of-file) until it closes.
   void Remove(std::vector<lumx::unique_fd>* orphans);
-  bool exists() const { return fd_.ok(); }
+  bool exists() const { return fd_.ok() || writerGone_; }
   int fd() const { return fd_.get(); }
+
+  // A vanishing writer: closes the write end, so a reader that has the node
+  // open sees end of file, while the node stays in place. RestoreWriter()
+  // opens a write end again (no-op unless the writer is away).
+  void DropWriter();
+  bool RestoreWriter();
+  bool writerGone() const { return writerGone_; }
 
   // Queues one packet: `n` bytes built in the returned buffer (valid until
   // the next call), written in pieces that end at `ends` (ascending, last ==
@@ -78,6 +86,7 @@ class TapOutNode {
   size_t pos_ = 0;
   bool waitWritable_ = false;
   bool readerSeen_ = false;
+  bool writerGone_ = false;
 };
 
 class InjectNode {

@@ -92,6 +92,10 @@ const char* const kValued[] = {
     "--fault-pause",
     "--fault-piece-gap-us",
     "--fault-tapout",
+    "--fault-stall-inject",
+    "--fault-stall",
+    "--fault-writer-gone",
+    "--fault-burst",
 };
 
 bool IsValued(const std::string& name) {
@@ -228,6 +232,17 @@ statistics under "faults"):
   --fault-pause SEC:MS         every SEC s, produce nothing for MS ms
   --fault-tapout ID            apply packet faults only to tap-out ID
                                (repeatable; default all)
+  --fault-stall-inject ID      stop reading inject node ID (repeatable): once
+                               its pipe is full the writer cannot go on
+  --fault-stall SEC:MS         stall those readers every SEC s for MS ms
+                               instead of for ever
+  --fault-writer-gone SEC:MS   every SEC s close the tap-out write end for MS ms:
+                               the reader sees end of file; packets made
+                               meanwhile are dropped (--fault-tapout applies)
+  --fault-burst SEC:MS         every SEC s hold the packets of MS ms back and
+                               write them in one write() with the next one, as
+                               for a reader that fell behind (--fault-tapout
+                               applies)
 
 Tap table file (--taps): one tap per line, '#' starts a comment:
   CORE CODE.INDEX RATE BLOCK CHANNELS BITS [key=value ...]
@@ -376,6 +391,22 @@ ParseOutcome ParseOptions(int argc, char** argv, Options* o, std::string* messag
     } else if (name == "--fault-piece-gap-us") {
       if (!ParseLong(value, 0, 1000000, &l)) return bad("bad " + name);
       f.pieceGapUs = static_cast<int>(l);
+    } else if (name == "--fault-stall-inject") {
+      if (!ParseLong(value, 0, 254, &l)) return bad("bad " + name);
+      f.stallInjects.insert(static_cast<int>(l));
+    } else if (name == "--fault-stall" || name == "--fault-writer-gone" || name == "--fault-burst") {
+      long ms;
+      size_t colon = value.find(':');
+      if (colon == std::string::npos || !ParseDouble(value.substr(0, colon), 0.001, 1e6, &d) ||
+          !ParseLong(value.substr(colon + 1), 1, 600000, &ms)) {
+        return bad(name + " wants SECONDS:MS, e.g. 5:300");
+      }
+      double& every = name == "--fault-stall" ? f.stallEverySec
+                      : name == "--fault-burst" ? f.burstEverySec
+                                                : f.writerGoneEverySec;
+      int& len = name == "--fault-stall" ? f.stallMs : name == "--fault-burst" ? f.burstMs : f.writerGoneMs;
+      every = d;
+      len = static_cast<int>(ms);
     } else if (name == "--fault-tapout") {
       if (!ParseLong(value, 0, 254, &l)) return bad("bad " + name);
       f.tapOutFilter.insert(static_cast<int>(l));

@@ -42,6 +42,14 @@ struct FaultOptions {
   int pauseMs = 0;
   int pieceGapUs = 1000;       // pause between the pieces of a split packet
   std::set<int> tapOutFilter;  // data faults only on these tap-outs (empty: all)
+  // Stream-side faults of a misbehaving peer.
+  std::set<int> stallInjects;  // inject nodes whose reader stops reading
+  double stallEverySec = 0;    // 0: the stall lasts for ever; else every SEC s ...
+  int stallMs = 0;             // ... for MS ms
+  double writerGoneEverySec = 0;  // every SEC s the tap-out writer goes away ...
+  int writerGoneMs = 0;           // ... for MS ms (end of file for the reader)
+  double burstEverySec = 0;       // every SEC s, packets of MS ms are held back ...
+  int burstMs = 0;                // ... and written together in one write
 
   bool AnyDataFault() const {
     return splitRate > 0 || staleRate > 0 || misalignRate > 0 || badVersionRate > 0 ||

@@ -203,6 +203,13 @@ bool Simulator::Start(std::string* error) {
   const FaultOptions& f = options_.faults;
   if (f.restartEverySec > 0) nextRestartAt_ = startNs_ + SecToNs(f.restartEverySec);
   if (f.pauseEverySec > 0) nextPauseAt_ = startNs_ + SecToNs(f.pauseEverySec);
+  if (f.stallEverySec > 0) nextStallAt_ = startNs_ + SecToNs(f.stallEverySec);
+  if (f.writerGoneEverySec > 0) nextWriterGoneAt_ = startNs_ + SecToNs(f.writerGoneEverySec);
+  if (f.burstEverySec > 0) nextBurstAt_ = startNs_ + SecToNs(f.burstEverySec);
+  if (f.stallEverySec == 0 && !f.stallInjects.empty()) {
+    lumx::MutexLock lock(&statsMu_);
+    stats_.faults.stalls += f.stallInjects.size();
+  }
   if (options_.durationSec > 0) stopAt_ = startNs_ + SecToNs(options_.durationSec);
   if (f.unmatchedPerSec > 0) nextUnmatchedAt_ = startNs_;
   if (f.flapEverySec > 0) nextFlapAt_ = startNs_ + SecToNs(f.flapEverySec);
@@ -410,6 +417,15 @@ void Simulator::ProducePacket(Stream& s, const TapEntry& tap, TapOutNode& node, 
     return;
   }
   size_t payloadBytes = tap.PayloadBytes();
+  if (node.writerGone()) {
+    // Nobody writes the node: the packet is lost, the signal moves on.
+    ++s.packetNum;
+    if (dropBuf_.size() < payloadBytes) dropBuf_.resize(payloadBytes);
+    RenderPayload(s, tap, dropBuf_.data());
+    lumx::MutexLock lock(&statsMu_);
+    ++stats_.faults.writerGonePackets;
+    return;
+  }
   // The last packet's pieces may still wait (after a hold-up, catching up):
   // they go out before this packet.
   if (node.busy()) FlushNode(node, now, true);
@@ -439,7 +455,13 @@ void Simulator::ProducePacket(Stream& s, const TapEntry& tap, TapOutNode& node, 
   if (stale) staleLen = s.tail.empty() ? 64 : s.tail.size();
   size_t h = prefix + staleLen;
   size_t total = h + kPacketHeaderSize + payloadBytes;
-  uint8_t* buf = node.Begin(total);
+  // Burst fault: packets are held back, then go out in front of the first
+  // packet after the window, in the same write.
+  const bool hold = faulty && InBurst(now);
+  const size_t lead = hold ? 0 : s.held.size();
+  uint8_t* buf = node.Begin(lead + total);
+  if (lead != 0) std::memcpy(buf, s.held.data(), lead);
+  buf += lead;
   if (misalign) std::memset(buf, 0xA5, prefix);
   if (stale) {
     if (s.tail.empty()) {
@@ -462,24 +484,39 @@ void Simulator::ProducePacket(Stream& s, const TapEntry& tap, TapOutNode& node, 
   size_t keep = std::min(kStaleBytes, payloadBytes) & ~static_cast<size_t>(7);
   s.tail.assign(payload + payloadBytes - keep, payload + payloadBytes);
 
+  if (hold) {
+    s.held.insert(s.held.end(), buf, buf + total);
+    ++s.heldPackets;
+    node.Discard();
+    return;
+  }
+  if (lead != 0) {
+    lumx::MutexLock lock(&statsMu_);
+    ++stats_.faults.bursts;
+    stats_.faults.burstPackets += s.heldPackets;
+    stats_.tapOuts[s.tapOutId].packetsSent += s.heldPackets;
+    s.held.clear();
+    s.heldPackets = 0;
+  }
+
   int64_t period =
       static_cast<int64_t>(static_cast<__int128>(tap.blockLength) * kNsPerSec / tap.sampleRate);
   int64_t gap = std::min<int64_t>(static_cast<int64_t>(f.pieceGapUs) * 1000, period / 4);
   int64_t t = now;
   if (misalign) {
-    node.AddPiece(prefix, t);
+    node.AddPiece(lead + prefix, t);
     t += gap;
   }
   if (split) {
     size_t mid = h + kPacketHeaderSize + ((payloadBytes / 2) & ~static_cast<size_t>(7));
-    node.AddPiece(h + 32, t);
+    node.AddPiece(lead + h + 32, t);
     t += gap;
     if (mid > h + 32 && mid < total) {
-      node.AddPiece(mid, t);
+      node.AddPiece(lead + mid, t);
       t += gap;
     }
   }
-  node.AddPiece(total, t);
+  node.AddPiece(lead + total, t);
 
   int applied = jump + badVersion + oversize + stale + misalign + split;
   if (applied > 0) {
@@ -509,6 +546,9 @@ void Simulator::FlushNode(TapOutNode& node, int64_t now, bool rush) {
     case TapOutNode::Flush::kNoReader:
     case TapOutNode::Flush::kError:
       ++s.droppedNoReader;
+      break;
+    case TapOutNode::Flush::kWriterGone:
+      ++stats_.faults.writerGonePackets;
       break;
     default:
       break;
@@ -817,6 +857,7 @@ void Simulator::RunTimers(int64_t now) {
   }
   if (nextUnmatchedAt_ != 0 && now >= nextUnmatchedAt_) SendUnmatched(now);
   if (nextFlapAt_ != 0 && now >= nextFlapAt_) FlapNode(now);
+  RunPeerFaultTimers(now);
   if (control_.fragmentDeadline() != 0 && now >= control_.fragmentDeadline()) {
     std::vector<std::vector<uint8_t>> requests;
     control_.FlushFragment(&requests);
@@ -837,6 +878,53 @@ void Simulator::RunTimers(int64_t now) {
   }
 }
 
+bool Simulator::InjectStalled(int id, int64_t now) const {
+  const FaultOptions& f = options_.faults;
+  if (f.stallInjects.count(id) == 0) return false;
+  return f.stallEverySec == 0 || (now >= stallStart_ && now < stallEnd_);
+}
+
+void Simulator::RunPeerFaultTimers(int64_t now) {
+  const FaultOptions& f = options_.faults;
+  // Each window opens at its own deadline; the next one is a period later.
+  const auto windowOpens = [now](int64_t* next, double everySec, int ms, int64_t* start, int64_t* end) {
+    if (*next == 0 || now < *next) return false;
+    *start = *next;
+    *end = *start + ms * kNsPerMs;
+    *next += SecToNs(everySec);
+    if (*next <= now) *next = now + SecToNs(everySec);
+    return true;
+  };
+  if (windowOpens(&nextStallAt_, f.stallEverySec, f.stallMs, &stallStart_, &stallEnd_)) {
+    lumx::MutexLock lock(&statsMu_);
+    stats_.faults.stalls += f.stallInjects.size();
+  }
+  // A burst is counted when its held packets go out.
+  windowOpens(&nextBurstAt_, f.burstEverySec, f.burstMs, &burstStart_, &burstEnd_);
+  int64_t goneStart = 0;
+  int64_t goneEnd = 0;
+  if (windowOpens(&nextWriterGoneAt_, f.writerGoneEverySec, f.writerGoneMs, &goneStart, &goneEnd) && nodesUp_) {
+    uint64_t dropped = 0;
+    for (auto& [id, node] : tapOuts_) {
+      if (!DataFaultsApply(id) || !node->exists() || node->writerGone()) continue;
+      node->DropWriter();
+      ++dropped;
+    }
+    writerBackAt_ = std::max(writerBackAt_, goneEnd);
+    lumx::MutexLock lock(&statsMu_);
+    stats_.faults.writerGone += dropped;
+  }
+  if (writerBackAt_ != 0 && now >= writerBackAt_) {
+    writerBackAt_ = 0;
+    for (auto& [id, node] : tapOuts_) {
+      if (node->writerGone() && !node->RestoreWriter()) {
+        Log("tap-out %d: the write end could not be opened again: %s", id, std::strerror(errno));
+        writerBackAt_ = now + 100 * kNsPerMs;  // try again
+      }
+    }
+  }
+}
+
 int64_t Simulator::NextDeadline() const {
   int64_t next = INT64_MAX;
   auto consider = [&next](int64_t t) {
@@ -848,6 +936,11 @@ int64_t Simulator::NextDeadline() const {
   consider(nextPauseAt_);
   consider(nextUnmatchedAt_);
   consider(nextFlapAt_);
+  consider(nextStallAt_);
+  if (stallEnd_ > MonotonicNowNs()) consider(stallEnd_);
+  consider(nextWriterGoneAt_);
+  consider(writerBackAt_);
+  consider(nextBurstAt_);
   consider(control_.fragmentDeadline());
   for (const PendingReply& r : replies_) consider(r.due);
   if (nodesUp_) {
@@ -976,7 +1069,7 @@ int Simulator::Run() {
     add(timer_.get(), POLLIN, kTimer, 0);
     if (control_.isOpen()) add(control_.fd(), POLLIN, kControl, 0);
     for (auto& [id, node] : injects_) {
-      if (node->exists()) add(node->fd(), POLLIN, kInject, id);
+      if (node->exists() && !InjectStalled(id, now)) add(node->fd(), POLLIN, kInject, id);
     }
     for (size_t i = 0; i < orphanReaders_.size(); ++i) {
       add(orphanReaders_[i].get(), POLLIN, kOrphan, static_cast<int>(i));

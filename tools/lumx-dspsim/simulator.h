@@ -65,6 +65,8 @@ class Simulator {
     WavSource* source = nullptr;
     std::vector<int32_t> scratch;
     std::vector<uint8_t> tail;  // end of the last payload (stale-bytes fault)
+    std::vector<uint8_t> held;  // packets held back by the burst fault
+    uint32_t heldPackets = 0;
   };
   struct InjectState {
     bool hasLast = false;
@@ -99,6 +101,10 @@ class Simulator {
   void FillListPage(uint8_t* reply);
   void SendUnmatched(int64_t now);
   void FlapNode(int64_t now);
+  bool InBurst(int64_t now) const { return now >= burstStart_ && now < burstEnd_; }
+  bool InjectStalled(int id, int64_t now) const;
+  // The stall, vanishing-writer and burst windows.
+  void RunPeerFaultTimers(int64_t now);
   void HandleControl(int64_t now);
   void HandleRequest(const std::vector<uint8_t>& req, int64_t now);
   void SendDueReplies(int64_t now);
@@ -144,6 +150,14 @@ class Simulator {
   int64_t nextUnmatchedAt_ = 0;
   int64_t nextFlapAt_ = 0;
   size_t lastRequestSize_ = kTapInfoSize;  // size of an unmatched reply
+  int64_t nextStallAt_ = 0;
+  int64_t stallStart_ = 0;
+  int64_t stallEnd_ = 0;
+  int64_t nextWriterGoneAt_ = 0;
+  int64_t writerBackAt_ = 0;  // 0: no writer is away
+  int64_t nextBurstAt_ = 0;
+  int64_t burstStart_ = 0;
+  int64_t burstEnd_ = 0;
   uint64_t rng_;
   bool stopping_ = false;
 

@@ -179,6 +179,11 @@ std::string StatsToJson(const SimStats& stats, bool final) {
     o.U("endless_list_pages", f.endlessListPages);
     o.U("unmatched_reply", f.unmatchedReplies);
     o.U("node_flap", f.nodeFlaps);
+    o.U("stall", f.stalls);
+    o.U("writer_gone", f.writerGone);
+    o.U("writer_gone_packets", f.writerGonePackets);
+    o.U("burst", f.bursts);
+    o.U("burst_packets", f.burstPackets);
   }
 
   std::string out;

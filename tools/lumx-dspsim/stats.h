@@ -60,6 +60,11 @@ struct FaultCounts {
   uint64_t endlessListPages = 0;   // TAP_LIST pages answered full by the fault
   uint64_t unmatchedReplies = 0;   // replies to no request, written whole
   uint64_t nodeFlaps = 0;
+  uint64_t stalls = 0;             // inject reader stalls begun
+  uint64_t writerGone = 0;         // tap-out writer absences begun
+  uint64_t writerGonePackets = 0;  // packets dropped while the writer was away
+  uint64_t bursts = 0;             // held-back runs written in one write()
+  uint64_t burstPackets = 0;       // packets that went out in those runs
 };
 
 struct SimStats {
