@@ -32,21 +32,24 @@ LumxBuffer::~LumxBuffer() {
 
   if (enabled_.load()) handleDisable();
 
+  // Other I/O threads reach this buffer through the processors wired to it:
+  // an output's input() (read by a processor registered on two tap-outs) or
+  // the input processor's output(). Once unwired, wait for those threads.
+  std::vector<LumxProcessor*> reaching;
   LUMX_LOGI("%s %s", name_.c_str(), "UnregisterAllOutputs");
   {
     lumx::MutexLock lock(&mutex_);
     for (LumxProcessor* p : outputProcessors_) {
       if (p != nullptr) p->SetInput(nullptr);
+      reaching.push_back(p);
     }
     outputProcessors_.clear();
     publishOutputs();
+    if (inputProcessor_ != nullptr) reaching.push_back(inputProcessor_);
   }
   // Logs "<name> UnregisterInput" and unwires the producer.
   UnregisterInput();
-
-  // Another buffer's I/O thread may have read a processor's output() that
-  // pointed here just before it was cleared; wait until it has let go.
-  WaitForDeliveries();
+  WaitForThreadsReaching(reaching);
   delete outputSnapshot_.exchange(nullptr);
   // Normally freed by the disable above; null-safe either way.
   delete[] ioBuffer_;
@@ -143,8 +146,18 @@ std::string LumxBuffer::GetInputAsString() const NO_THREAD_SAFETY_ANALYSIS {
 
 void LumxBuffer::publishOutputs() {
   const OutputList* next = new OutputList(outputProcessors_.begin(), outputProcessors_.end());
-  const OutputList* old = outputSnapshot_.exchange(next);
-  WaitForDeliveries();
+  const OutputList* old;
+  {
+    lumx::MutexLock lock(&deliverersMutex_);
+    old = outputSnapshot_.exchange(next);
+    retiringSnapshot_ = old;
+  }
+  // Only this buffer's thread reads its output set.
+  waitOwnDelivery();
+  {
+    lumx::MutexLock lock(&deliverersMutex_);
+    retiringSnapshot_ = nullptr;
+  }
   delete old;
 }
 
@@ -188,9 +201,21 @@ void LumxBuffer::DumpBuffer() const {
 
 // ---- Stored format ----
 
-void LumxBuffer::setFormatForTest(const uint8_t* header) { memcpy(format_, header, kLumPacketHeaderSize); }
+void LumxBuffer::setFormatForTest(const uint8_t* header) {
+  memcpy(format_, header, kLumPacketHeaderSize);
+  storeFormatFields(header);
+}
 
-uint32_t LumxBuffer::formatPayloadSize() const { return lumx::GetLe32(format_ + kPktPayloadSizeOffset); }
-uint32_t LumxBuffer::formatSampleRate() const { return lumx::GetLe32(format_ + kPktSampleRateOffset); }
-uint32_t LumxBuffer::formatChannels() const { return format_[kPktChannelsOffset]; }
-uint32_t LumxBuffer::formatBytesPerSample() const { return format_[kPktBytesPerSampleOffset]; }
+void LumxBuffer::storeFormatFields(const uint8_t* header) {
+  uint64_t payload = lumx::GetLe32(header + kPktPayloadSizeOffset);
+  if (payload > 0xFFFF) payload = 0xFFFF;  // larger payloads are refused on receipt
+  formatWord_.store(payload << 48 | uint64_t{header[kPktBytesPerSampleOffset]} << 40 |
+                        uint64_t{header[kPktChannelsOffset]} << 32 | lumx::GetLe32(header + kPktSampleRateOffset),
+                    std::memory_order_relaxed);
+}
+
+LumxBuffer::FormatFields LumxBuffer::formatFields() const {
+  const uint64_t w = formatWord_.load(std::memory_order_relaxed);
+  return {static_cast<uint32_t>(w >> 48), static_cast<uint32_t>(w), static_cast<uint32_t>((w >> 32) & 0xFF),
+          static_cast<uint32_t>((w >> 40) & 0xFF)};
+}

@@ -4,13 +4,23 @@
 // The packet path (rxAccept, rxComplete, deliver, writePacketToLum) takes no
 // lock and allocates nothing; see lumx_buffer.h for how it stays safe while
 // binder threads rewire processors and disable buffers.
+//
+// Where a device misbehaves, the path departs from the plain read/write
+// loop, each time so that one bad device cannot stall, spin or drop what the
+// others carry: data devices are opened non-blocking (a FIFO without its
+// other end never holds up StartIo); writes into an inject device are
+// bounded by one block period; end of file on a tap-out device backs off
+// instead of polling again at once; and every whole packet of a read is
+// delivered, not only the last one.
 #include "buffer/lumx_buffer.h"
 #include "buffer/tsan_annotations.h"
 
 #include <errno.h>
 #include <fcntl.h>
-#include <sys/eventfd.h>
 #include <poll.h>
+#include <sched.h>
+#include <sys/eventfd.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -22,13 +32,14 @@
 #include "common/wire.h"
 #include "processors/lumx_processor.h"
 
-namespace {
+// Every read buffer whose I/O thread is running, so that
+// WaitForThreadsReaching() can find the delivery sections in progress. Never
+// touched by the I/O threads themselves (they only bump their own
+// deliverySeq_).
+lumx::Mutex LumxBuffer::deliverersMutex_;
+LumxBuffer* LumxBuffer::deliverers_ = nullptr;
 
-// Every read buffer whose I/O thread is running, so that WaitForDeliveries()
-// can find the delivery sections in progress. Never touched by the I/O
-// threads themselves (they only bump their own deliverySeq_).
-lumx::Mutex gDeliverersMutex;
-LumxBuffer* gDeliverers GUARDED_BY(gDeliverersMutex) = nullptr;
+namespace {
 
 constexpr int kRxWaitMs = 200;
 constexpr unsigned kOpenRetryDelayUs = 1000000;
@@ -39,6 +50,30 @@ constexpr unsigned kReadRetries = 10;
 constexpr unsigned kReopenAttempts = 5;
 constexpr unsigned kIdleLogEvery = 20;
 constexpr uint64_t kRxLogEvery = 200;
+constexpr unsigned kEofBackoffFirstUs = 10000;
+constexpr unsigned kEofBackoffMaxUs = 200000;
+constexpr int64_t kWriteBudgetMinNs = 20000000;
+constexpr int64_t kWriteBudgetMaxNs = 200000000;
+
+int64_t NowNs() {
+  struct timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+// One block period of the stream a packet header describes, the time a
+// write of that packet may take: at least 20 ms, at most 200 ms (also when
+// the header gives no usable rate or sample size).
+int64_t BlockPeriodNs(const uint8_t* header) {
+  const uint64_t rate = lumx::GetLe32(header + kPktSampleRateOffset);
+  const uint64_t frameBytes = uint64_t{header[kPktChannelsOffset]} * header[kPktBytesPerSampleOffset];
+  if (rate == 0 || frameBytes == 0) return kWriteBudgetMaxNs;
+  const int64_t ns =
+      static_cast<int64_t>(lumx::GetLe32(header + kPktPayloadSizeOffset) / frameBytes * 1000000000ull / rate);
+  return ns < kWriteBudgetMinNs ? kWriteBudgetMinNs : ns > kWriteBudgetMaxNs ? kWriteBudgetMaxNs : ns;
+}
+
+bool IsPacketStart(const uint8_t* p) { return lumx::GetLe32(p) == kLumPacketMagic; }
 
 // "%gkHz %uch %uBps, block len %u" of a packet header, cut at 31 characters.
 void DescribeFormat(const uint8_t* header, char (&text)[32]) {
@@ -69,16 +104,12 @@ int LumxBuffer::openLumNoLock() {
     LUMX_LOGE("%s: already open", name_.c_str());
     return -1;
   }
-  int fd;
-  if (isRead_) {
-    fd = open(devicePath_.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd >= 0) {
-      const int flags = fcntl(fd, F_GETFL);
-      fcntl(fd, F_SETFL, flags | O_NONBLOCK);
-    }
-  } else {
-    fd = open(devicePath_.c_str(), O_WRONLY | O_CLOEXEC);
-  }
+  // Non-blocking open: a FIFO whose other end is not open yet would block a
+  // plain open() for ever (a write end fails with ENXIO instead and is
+  // retried like any failed open). A read buffer keeps the descriptor
+  // non-blocking; a write buffer too, and writePacketToLum() waits for room
+  // itself, which is the blocking write bounded by a deadline.
+  const int fd = open(devicePath_.c_str(), (isRead_ ? O_RDONLY : O_WRONLY) | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) {
     const int err = errno;
     errno = err;  // for %m
@@ -108,7 +139,13 @@ int LumxBuffer::Enable(bool enable) {
     LUMX_LOGI("Enable buffer %s (%u processor%s connected), I/O thread start", name_.c_str(),
               static_cast<unsigned>(outputs), outputs == 1 ? "" : "s");
   } else {
-    LUMX_LOGI("Enable buffer %s with %u input", name_.c_str(), inputProcessor() != nullptr ? 1u : 0u);
+    bool hasInput;
+    {
+      // RegisterInput() may be changing it right now.
+      lumx::MutexLock lock(&mutex_);
+      hasInput = inputProcessor_ != nullptr;
+    }
+    LUMX_LOGI("Enable buffer %s with %u input", name_.c_str(), hasInput ? 1u : 0u);
   }
 
   lumx::MutexLock lock(&mutex_);
@@ -134,14 +171,15 @@ int LumxBuffer::Enable(bool enable) {
   }
 
   if (ioBuffer_ == nullptr) ioBuffer_ = new uint8_t[kLumIoBlockSize]();
+  // The wake-up descriptor only shortens a disable: it ends the I/O thread's
+  // wait (read buffer) or a writer's wait for room (write buffer) at once.
+  wakeFd_.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   if (!isRead_) {
+    writeStalled_.store(false, std::memory_order_relaxed);
     enabled_.store(true);
     return 0;
   }
   if (packetBuffer_ == nullptr) packetBuffer_ = new uint8_t[kLumIoBlockSize]();
-  // The wake-up descriptor only shortens a disable; without it the thread
-  // still notices within one 200 ms wait.
-  wakeFd_.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   rxPacketCount_.store(0, std::memory_order_relaxed);
   addDeliverer();
   enabled_.store(true);
@@ -172,7 +210,8 @@ void LumxBuffer::handleDisable() {
     removeDeliverer();
   }
   // Tap-out threads that saw this buffer enabled may still be writing its
-  // block and device; enabled_ is clear, so no new writer starts.
+  // block and device; enabled_ is clear, so no new writer starts, and a
+  // writer waiting for room was woken above.
   while (writers_.load() != 0) usleep(50);
   const int fd = handle_.exchange(-1);
   if (fd >= 0) close(fd);
@@ -191,14 +230,14 @@ void LumxBuffer::handleDisable() {
 // ---- Delivery sections ----
 
 void LumxBuffer::addDeliverer() {
-  lumx::MutexLock lock(&gDeliverersMutex);
-  nextDeliverer_ = gDeliverers;
-  gDeliverers = this;
+  lumx::MutexLock lock(&deliverersMutex_);
+  nextDeliverer_ = deliverers_;
+  deliverers_ = this;
 }
 
 void LumxBuffer::removeDeliverer() {
-  lumx::MutexLock lock(&gDeliverersMutex);
-  for (LumxBuffer** link = &gDeliverers; *link != nullptr; link = &(*link)->nextDeliverer_) {
+  lumx::MutexLock lock(&deliverersMutex_);
+  for (LumxBuffer** link = &deliverers_; *link != nullptr; link = &(*link)->nextDeliverer_) {
     if (*link == this) {
       *link = nextDeliverer_;
       nextDeliverer_ = nullptr;
@@ -207,24 +246,45 @@ void LumxBuffer::removeDeliverer() {
   }
 }
 
-void LumxBuffer::WaitForDeliveries() {
-  // Pairs with the fence in deliver(): either that thread's section start is
-  // visible here, or its loads already see what the caller just unpublished.
+void LumxBuffer::waitOwnDelivery() const {
+  // Pairs with the fence in deliver(): either the section start is visible
+  // here, or the section's loads see what the caller just unpublished.
   std::atomic_thread_fence(std::memory_order_seq_cst);
+  const uint32_t seq = deliverySeq_.load();
+  if ((seq & 1u) == 0) return;
+  while (deliverySeq_.load() == seq) usleep(50);
+}
+
+void LumxBuffer::WaitForThreadsReaching(const std::vector<LumxProcessor*>& ps) {
+  if (ps.empty()) return;
+  std::atomic_thread_fence(std::memory_order_seq_cst);  // as in waitOwnDelivery()
+  const auto holds = [&ps](const OutputList* list) {
+    if (list == nullptr) return false;
+    for (LumxProcessor* p : *list) {
+      for (LumxProcessor* q : ps) {
+        if (p == q) return true;
+      }
+    }
+    return false;
+  };
   std::vector<std::pair<const LumxBuffer*, uint32_t>> pending;
   {
-    lumx::MutexLock lock(&gDeliverersMutex);
-    for (const LumxBuffer* b = gDeliverers; b != nullptr; b = b->nextDeliverer_) {
+    lumx::MutexLock lock(&deliverersMutex_);
+    for (const LumxBuffer* b = deliverers_; b != nullptr; b = b->nextDeliverer_) {
       const uint32_t seq = b->deliverySeq_.load();
-      if (seq & 1u) pending.emplace_back(b, seq);
+      // A thread in a section uses the published set or, while it is being
+      // replaced, the retiring one.
+      if ((seq & 1u) != 0 && (holds(b->outputSnapshot_.load()) || holds(b->retiringSnapshot_))) {
+        pending.emplace_back(b, seq);
+      }
     }
   }
   while (!pending.empty()) {
     usleep(50);
-    lumx::MutexLock lock(&gDeliverersMutex);
+    lumx::MutexLock lock(&deliverersMutex_);
     for (size_t i = 0; i < pending.size();) {
       bool stillInSection = false;
-      for (const LumxBuffer* b = gDeliverers; b != nullptr; b = b->nextDeliverer_) {
+      for (const LumxBuffer* b = deliverers_; b != nullptr; b = b->nextDeliverer_) {
         // A buffer that left the registry has joined its thread.
         if (b == pending[i].first) {
           stillInSection = b->deliverySeq_.load() == pending[i].second;
@@ -237,6 +297,24 @@ void LumxBuffer::WaitForDeliveries() {
         pending[i] = pending.back();
         pending.pop_back();
       }
+    }
+  }
+}
+
+bool LumxBuffer::acquireWriteSlot(int64_t deadlineNs) {
+  // Held only while one packet is prepared and written, which its own
+  // deadline bounds; a short spin, then short sleeps.
+  for (unsigned round = 0;; ++round) {
+    bool expected = false;
+    if (writeSlot_.compare_exchange_weak(expected, true, std::memory_order_acquire, std::memory_order_relaxed)) {
+      return true;
+    }
+    if (NowNs() >= deadlineNs) return false;
+    if (round < 16) {
+      sched_yield();
+    } else {
+      const struct timespec pause = {0, 50000};
+      nanosleep(&pause, nullptr);
     }
   }
 }
@@ -255,6 +333,7 @@ void LumxBuffer::ioSleep(unsigned int us) {
 
 void LumxBuffer::rxReset() {
   memset(format_, 0, sizeof format_);
+  storeFormatFields(format_);
   expectedPacketSize_ = kLumIoBlockSize;
 }
 
@@ -277,82 +356,156 @@ size_t LumxBuffer::rxReadLimit(const RxState& st) const {
   return limit - st.assembled;
 }
 
-bool LumxBuffer::rxAccept(RxState& st, size_t n) {
-  if (n == 0) return false;
-  if (n % 8 != 0) {
-    LUMX_LOGE("%s: RX alignment error, %u bytes received", name_.c_str(), static_cast<unsigned>(n));
-    rxDiscard(st);
-    return false;
+void LumxBuffer::rxEndOfFile(RxState& st) {
+  // A read of 0 bytes is end of file: the writer of the device went away. The
+  // descriptor stays readable, so waiting on it again would spin; back off
+  // instead, 10 ms doubling to 200 ms, until the next byte arrives.
+  if (st.eofBackoffUs == 0) {
+    st.eofBackoffUs = kEofBackoffFirstUs;
+    stats_.eofEpisodes.Add();
+    LUMX_LOGI_LIMITED(eofLog_, "end of file", "%s: end of file, the writer is gone; reading again with back-off",
+                      name_.c_str());
   }
-  const uint8_t* kept = ioBuffer_;
-  size_t keptSize = n;
-  if (!st.synced) {
-    // The last packet start in the block wins: an earlier one is stale.
-    size_t word = n / 4;
-    bool found = false;
-    while (word-- > 0) {
-      if (lumx::GetLe32(ioBuffer_ + 4 * word) == kLumPacketMagic) {
-        found = true;
-        break;
-      }
-    }
-    if (!found) {
-      LUMX_LOGI("%s skipping %u bytes", name_.c_str(), static_cast<unsigned>(n));
-      rxDiscard(st);
-      return false;
-    }
-    kept = ioBuffer_ + 4 * word;
-    keptSize = n - 4 * word;
-  }
-  // Reads never ask for more than the block has room for; this only guards
-  // against a caller that ignored rxReadLimit().
-  if (keptSize > kLumIoBlockSize - st.assembled) {
-    rxDiscard(st);
-    return false;
-  }
-  memcpy(packetBuffer_ + st.assembled, kept, keptSize);
-  st.assembled += static_cast<uint32_t>(keptSize);
+  stats_.eofReads.Add();
+  ioSleep(st.eofBackoffUs);
+  st.eofBackoffUs = st.eofBackoffUs * 2 > kEofBackoffMaxUs ? kEofBackoffMaxUs : st.eofBackoffUs * 2;
+}
 
+LumxBuffer::Assembly LumxBuffer::rxAssemble(RxState& st, const uint8_t* data, size_t len, size_t* used) {
+  size_t take = 0;
   if (!st.headerKnown) {
+    take = kLumPacketHeaderSize - st.assembled;
+    if (take > len) take = len;
+    memcpy(packetBuffer_ + st.assembled, data, take);
+    st.assembled += static_cast<uint32_t>(take);
+    *used = take;
     if (st.assembled < kLumPacketHeaderSize) {
       st.synced = true;
-      return false;
+      return Assembly::kNeedMore;
     }
     const uint32_t version = lumx::GetLe32(packetBuffer_ + kPktVersionOffset);
     if (version != kLumPacketVersion) {
       LUMX_LOGE("%s: Invalid packet version %u (expected %u)", name_.c_str(), version, kLumPacketVersion);
+      stats_.cutVersion.Add();
       rxDiscard(st);
-      return false;
+      return Assembly::kBad;
     }
     const uint32_t payload = lumx::GetLe32(packetBuffer_ + kPktPayloadSizeOffset);
     if (payload > kLumMaxPayloadSize) {
       // The packet could not fit the assembly block.
       LUMX_LOGE("%s: Invalid packet payload size %u (max %u)", name_.c_str(), payload,
                 static_cast<unsigned>(kLumMaxPayloadSize));
+      stats_.cutOversize.Add();
       rxDiscard(st);
-      return false;
+      return Assembly::kBad;
     }
     expectedPacketSize_ = payload + static_cast<uint32_t>(kLumPacketHeaderSize);
+    st.headerKnown = true;
+    st.synced = true;
   }
-  if (st.assembled >= expectedPacketSize_) return true;
-  st.headerKnown = true;
-  st.synced = true;
-  return false;
+  size_t more = expectedPacketSize_ - st.assembled;
+  if (more > len - take) more = len - take;
+  memcpy(packetBuffer_ + st.assembled, data + take, more);
+  st.assembled += static_cast<uint32_t>(more);
+  *used = take + more;
+  return st.assembled == expectedPacketSize_ ? Assembly::kComplete : Assembly::kNeedMore;
 }
 
-bool LumxBuffer::rxComplete(RxState& st) {
-  const uint32_t expected = expectedPacketSize_;
-  const uint32_t excess = st.assembled - expected;
+int LumxBuffer::rxAccept(RxState& st, size_t n) {
+  if (n == 0) return 0;
+  stats_.rxBytes.Add(n);
+  if (n % 8 != 0) {
+    LUMX_LOGE("%s: RX alignment error, %u bytes received", name_.c_str(), static_cast<unsigned>(n));
+    stats_.cutAlignment.Add();
+    rxDiscard(st);
+    return 0;
+  }
+  if (!st.synced) return rxWalk(st, 0, n, 0, 0);
+  // The read continues the packet under assembly. Whatever follows its end
+  // is read like a fresh block: a reader that fell behind finds the next
+  // packets there.
+  size_t used = 0;
+  if (rxAssemble(st, ioBuffer_, n, &used) != Assembly::kComplete) return 0;
+  const uint32_t size = st.assembled;
+  rxDiscard(st);
+  if (!rxComplete(st, packetBuffer_, 0)) return -1;
+  return rxWalk(st, used, n, 1, size);
+}
+
+int LumxBuffer::rxWalk(RxState& st, size_t off, size_t n, int delivered, uint32_t lastSize) {
+  const uint8_t* b = ioBuffer_;
+  while (off < n) {
+    // A whole packet that ends where the read ends or where the next packet
+    // starts is delivered as it lies; bytes before it are stale. Taking only
+    // the last packet start of a read, as for a lone packet, would drop every
+    // earlier whole packet of a read that caught up with a backlog.
+    size_t at = n;
+    for (size_t c = off; c + kLumPacketHeaderSize <= n; c += 4) {
+      if (!IsPacketStart(b + c) || lumx::GetLe32(b + c + kPktVersionOffset) != kLumPacketVersion) continue;
+      const uint32_t payload = lumx::GetLe32(b + c + kPktPayloadSizeOffset);
+      if (payload > kLumMaxPayloadSize) continue;
+      const size_t end = c + kLumPacketHeaderSize + payload;
+      if (end == n || (end + 4 <= n && IsPacketStart(b + end))) {
+        at = c;
+        break;
+      }
+    }
+    if (at != n) {
+      stats_.skippedBytes.Add(at - off);
+      lastSize = static_cast<uint32_t>(kLumPacketHeaderSize) + lumx::GetLe32(b + at + kPktPayloadSizeOffset);
+      expectedPacketSize_ = lastSize;
+      if (!rxComplete(st, b + at, 0)) return -1;
+      ++delivered;
+      off = at + lastSize;
+      continue;
+    }
+    // Otherwise the last packet start of the rest wins, so that a stale one
+    // earlier in it is passed over; it is assembled from there.
+    size_t last = n;
+    for (size_t c = off; c + 4 <= n; c += 4) {
+      if (IsPacketStart(b + c)) last = c;
+    }
+    if (last == n) {
+      const size_t rest = n - off;
+      if (delivered == 0) {
+        LUMX_LOGI("%s skipping %u bytes", name_.c_str(), static_cast<unsigned>(rest));
+        stats_.cutNoMagic.Add();
+      } else if (rest >= 8) {
+        LUMX_LOGE("%s received excess %u bytes (%u > %u)", name_.c_str(), static_cast<unsigned>(rest),
+                  static_cast<unsigned>(lastSize + rest), lastSize);
+        stats_.cutExcess.Add();
+      } else {
+        stats_.skippedBytes.Add(rest);
+      }
+      return delivered;
+    }
+    stats_.skippedBytes.Add(last - off);
+    rxDiscard(st);
+    size_t used = 0;
+    if (rxAssemble(st, b + last, n - last, &used) != Assembly::kComplete) return delivered;
+    // Complete, and what follows holds no packet start: excess.
+    rxDiscard(st);
+    if (!rxComplete(st, packetBuffer_, static_cast<uint32_t>(n - last - used))) return -1;
+    return delivered + 1;
+  }
+  return delivered;
+}
+
+bool LumxBuffer::rxComplete(RxState& st, const uint8_t* packet, uint32_t excess) {
+  const uint32_t payloadSize = lumx::GetLe32(packet + kPktPayloadSizeOffset);
+  const uint32_t expected = payloadSize + static_cast<uint32_t>(kLumPacketHeaderSize);
   if (excess >= 8) {
-    LUMX_LOGE("%s received excess %u bytes (%u > %u)", name_.c_str(), excess, st.assembled, expected);
+    LUMX_LOGE("%s received excess %u bytes (%u > %u)", name_.c_str(), excess, expected + excess, expected);
+    stats_.cutExcess.Add();
   }
   if (packetBuffer_ == nullptr || !enabled_.load(std::memory_order_relaxed)) return false;
 
-  const uint8_t* packet = packetBuffer_;
+  const int64_t now = NowNs();
   const uint32_t packetNum = lumx::GetLe32(packet + kPktNumOffset);
-  const uint32_t payloadSize = lumx::GetLe32(packet + kPktPayloadSizeOffset);
   if (packetNum - st.lastPacketNum != 1) {
     LUMX_LOGI("%s %s RX packet_num jump %u -> %u", name_.c_str(), "ioProcess", st.lastPacketNum, packetNum);
+    const uint32_t ahead = packetNum - st.lastPacketNum;
+    if (st.lastArrivalNs != 0 && ahead != 0 && ahead < 0x80000000u) stats_.rxLost.Add(ahead - 1);
   }
   if (payloadSize != st.lastPayloadSize) {
     LUMX_LOGI("%s: RX process payload sz change %u --> %u", name_.c_str(), st.lastPayloadSize, payloadSize);
@@ -365,6 +518,7 @@ bool LumxBuffer::rxComplete(RxState& st) {
     LUMX_LOGI("%s: RX packet_num:%u payload_sz:%u", name_.c_str(), packetNum, payloadSize);
   }
   rxPacketCount_.store(count + 1, std::memory_order_relaxed);
+  stats_.rxPackets.Add();
 
   if (!SameFormat(format_, packet)) {
     char before[32];
@@ -373,9 +527,15 @@ bool LumxBuffer::rxComplete(RxState& st) {
     DescribeFormat(packet, after);
     LUMX_LOGI("%s: RX format change %s --> %s", name_.c_str(), before, after);
     memcpy(format_, packet, kLumPacketHeaderSize);
+    storeFormatFields(format_);
+  } else if (st.lastArrivalNs != 0) {
+    const int64_t delta = now - st.lastArrivalNs - BlockPeriodNs(format_);
+    stats_.jitterMaxUs.Max(static_cast<uint64_t>(delta < 0 ? -delta : delta) / 1000);
   }
+  st.lastArrivalNs = now;
 
   deliver(packet, packetNum, payloadSize);
+  stats_.processUs.Record(static_cast<uint64_t>(NowNs() - now) / 1000);
   return true;
 }
 
@@ -388,6 +548,7 @@ void LumxBuffer::deliver(const uint8_t* packet, uint32_t packetNum, uint32_t pay
   std::atomic_thread_fence(std::memory_order_seq_cst);
 
   const uint8_t* in = packet + kLumPacketHeaderSize;
+  const int64_t budgetNs = BlockPeriodNs(format_);
   const OutputList* outputs = outputSnapshot_.load(std::memory_order_acquire);
   for (LumxProcessor* p : *outputs) {
     // Read once: a binder thread may rewire the processor meanwhile.
@@ -395,31 +556,44 @@ void LumxBuffer::deliver(const uint8_t* packet, uint32_t packetNum, uint32_t pay
     std::atomic_thread_fence(std::memory_order_acquire);  // see RegisterInput()
     LUMX_TSAN_ACQUIRE(p);
     uint8_t* outPtr = nullptr;
+    int status = 0;
     if (out != nullptr && !out->isRead_) {
       out->writers_.fetch_add(1);
-      uint8_t* block = out->enabled_.load() ? out->ioBuffer_ : nullptr;
-      if (block != nullptr) {
-        memcpy(block, format_, kLumPacketHeaderSize);
-        memcpy(block + kPktOpaqueOffset, packet + kPktOpaqueOffset, 8);
-        lumx::PutLe32(block + kPktNumOffset, packetNum);
-        lumx::PutLe32(block + kPktPayloadSizeOffset, payloadSize);
-        memset(block + kLumPacketHeaderSize, 0, payloadSize);
-        outPtr = block + kLumPacketHeaderSize;
-      } else {
-        out->writers_.fetch_sub(1);
+      if (out->enabled_.load()) {
+        // Another tap-out thread may be filling this block for a processor
+        // registered on both; wait for it, within this packet's deadline.
+        if (out->acquireWriteSlot(NowNs() + budgetNs)) {
+          uint8_t* block = out->ioBuffer_;
+          memcpy(block, format_, kLumPacketHeaderSize);
+          memcpy(block + kPktOpaqueOffset, packet + kPktOpaqueOffset, 8);
+          lumx::PutLe32(block + kPktNumOffset, packetNum);
+          lumx::PutLe32(block + kPktPayloadSizeOffset, payloadSize);
+          memset(block + kLumPacketHeaderSize, 0, payloadSize);
+          outPtr = block + kLumPacketHeaderSize;
+        } else {
+          status = kLumWriteTimedOut;
+          out->stats_.txFailures[LumxBufferStats::TxFailureIndex(status)].Add();
+          out->stats_.txTimeouts.Add();
+          out->stats_.lastError.Record(status, NowNs());
+        }
       }
+      if (outPtr == nullptr) out->writers_.fetch_sub(1);
     }
-    const int status = p->ProcessBlock(in, payloadSize, outPtr, payloadSize);
-    if (status != 0) {
-      LUMX_LOGE("%s %s: ProcessBlock returned status %d", name_.c_str(), "ioProcess", status);
+    const int processed = p->ProcessBlock(in, payloadSize, outPtr, payloadSize);
+    if (processed != 0) {
+      LUMX_LOGE("%s %s: ProcessBlock returned status %d", name_.c_str(), "ioProcess", processed);
     }
     if (outPtr != nullptr) {
-      const int written = out->writePacketToLum();
-      if (written != 0) {
-        LUMX_LOGE("%s: %s writePacketToLum returned status %d", out->name_.c_str(), "ioProcess", written);
-      }
-      out->writers_.fetch_sub(1);
+      status = out->writePacketToLum();
+      out->releaseWriteSlot();
     }
+    if (status != 0) {
+      // The write-error line, once per second per inject buffer at most: a device
+      // that stopped reading fails every packet.
+      LUMX_LOGE_LIMITED(out->writeErrorLog_, "writePacketToLum", "%s: %s writePacketToLum returned status %d",
+                        out->name_.c_str(), "ioProcess", status);
+    }
+    if (outPtr != nullptr) out->writers_.fetch_sub(1);
   }
 
   deliverySeq_.store(seq + 2, std::memory_order_release);
@@ -434,70 +608,78 @@ void LumxBuffer::ioProcess() {
     LUMX_LOGI("%s %s end", name_.c_str(), "ioProcess");
     return;
   }
+  rxStartPacket(st);
   while (enabled_.load(std::memory_order_relaxed)) {
-    rxStartPacket(st);
-    bool complete = false;
-    while (!complete) {
-      const int fd = handle_.load(std::memory_order_relaxed);
-      if (fd < 0) goto end;
+    const int fd = handle_.load(std::memory_order_relaxed);
+    if (fd < 0) break;
 
-      // poll() rather than select(): no FD_SETSIZE limit on descriptor
-      // numbers; the wait and its outcomes are the same.
-      pollfd fds[2] = {{fd, POLLIN, 0}, {wakeFd_.get(), POLLIN, 0}};
-      const nfds_t count = fds[1].fd >= 0 ? 2 : 1;
-      const int ready = poll(fds, count, kRxWaitMs);
-      // A descriptor that is not open fails the wait, as select() would.
-      if (ready < 0 || (fds[0].revents & POLLNVAL) != 0) {
-        LUMX_LOGE("%s select failed\n", name_.c_str());
-        goto end;
-      }
-      if (ready == 0) {
-        if (st.idle % kIdleLogEvery == 0) LUMX_LOGI("%s waiting for LUM RX\n", name_.c_str());
-        ++st.idle;
-      } else if (fds[0].revents != 0) {
-        const size_t want = rxReadLimit(st);
-        const ssize_t got = read(fd, ioBuffer_, want);
-        st.idle = 0;
-        if (got < 0) {
-          const int err = errno;
-          if (handle_.load() < 0 || !enabled_.load()) goto end;
-          if (st.readErrors < kReadRetries) {
-            errno = err;
-            LUMX_LOGE("%s LUM read status %d (errno %d: %m), trying again, handle_ %d, read_sz %u",
-                      name_.c_str(), static_cast<int>(got), err, fd, static_cast<unsigned>(want));
-            ioSleep(kReadRetryDelayUs);
-            ++st.readErrors;
-          } else {
-            int status = -1;
-            bool reopened = false;
-            for (unsigned attempt = 0; attempt < kReopenAttempts; ++attempt) {
-              LUMX_LOGI("%s Attempting to reinitialize LUM interface", name_.c_str());
-              ioSleep(kReopenDelayUs);
-              if (!enabled_.load()) goto end;
-              const int old = handle_.exchange(-1);
-              if (old >= 0) close(old);
-              // Only this thread opens the device while the buffer is enabled.
-              status = openLumNoLock();
-              if (status == 0) {
-                reopened = true;
-                break;
-              }
-            }
-            if (!reopened) {
-              LUMX_LOGE("%s LUM interface error, status %d\n", name_.c_str(), status);
-              goto end;
-            }
-            LUMX_LOGI("%s Re-init success", name_.c_str());
-            st.readErrors = 0;
-          }
+    // poll() rather than select(): no FD_SETSIZE limit on descriptor
+    // numbers; the wait and its outcomes are the same.
+    pollfd fds[2] = {{fd, POLLIN, 0}, {wakeFd_.get(), POLLIN, 0}};
+    const nfds_t count = fds[1].fd >= 0 ? 2 : 1;
+    const int ready = poll(fds, count, kRxWaitMs);
+    // A descriptor that is not open fails the wait, as select() would.
+    if (ready < 0 || (fds[0].revents & POLLNVAL) != 0) {
+      LUMX_LOGE("%s select failed\n", name_.c_str());
+      stats_.lastError.Record(ready < 0 ? -errno : -EBADF, NowNs());
+      break;
+    }
+    if (ready == 0) {
+      if (st.idle % kIdleLogEvery == 0) LUMX_LOGI("%s waiting for LUM RX\n", name_.c_str());
+      ++st.idle;
+    } else if (fds[0].revents != 0) {
+      const size_t want = rxReadLimit(st);
+      const ssize_t got = read(fd, ioBuffer_, want);
+      st.idle = 0;
+      if (got < 0) {
+        const int err = errno;
+        if (handle_.load() < 0 || !enabled_.load()) break;
+        stats_.readErrors.Add();
+        stats_.lastError.Record(-err, NowNs());
+        if (st.readErrors < kReadRetries) {
+          errno = err;
+          LUMX_LOGE("%s LUM read status %d (errno %d: %m), trying again, handle_ %d, read_sz %u",
+                    name_.c_str(), static_cast<int>(got), err, fd, static_cast<unsigned>(want));
+          ioSleep(kReadRetryDelayUs);
+          ++st.readErrors;
         } else {
-          complete = rxAccept(st, static_cast<size_t>(got));
+          int status = -1;
+          bool reopened = false;
+          for (unsigned attempt = 0; attempt < kReopenAttempts; ++attempt) {
+            LUMX_LOGI("%s Attempting to reinitialize LUM interface", name_.c_str());
+            ioSleep(kReopenDelayUs);
+            if (!enabled_.load()) goto end;
+            const int old = handle_.exchange(-1);
+            if (old >= 0) close(old);
+            // Only this thread opens the device while the buffer is enabled.
+            status = openLumNoLock();
+            if (status == 0) {
+              reopened = true;
+              break;
+            }
+          }
+          if (!reopened) {
+            LUMX_LOGE("%s LUM interface error, status %d\n", name_.c_str(), status);
+            break;
+          }
+          LUMX_LOGI("%s Re-init success", name_.c_str());
+          stats_.reopens.Add();
+          st.readErrors = 0;
+        }
+      } else if (got == 0) {
+        rxEndOfFile(st);
+      } else {
+        st.eofBackoffUs = 0;
+        const int delivered = rxAccept(st, static_cast<size_t>(got));
+        if (delivered < 0) break;
+        if (delivered > 0) {
+          // A new packet begins (possibly already under way in this read).
+          st.idle = 0;
+          st.readErrors = 0;
         }
       }
-      // Otherwise only the wake-up descriptor fired: a disable is under way.
-      if (!complete && !enabled_.load(std::memory_order_relaxed)) goto end;
     }
-    if (!rxComplete(st)) goto end;
+    // Otherwise only the wake-up descriptor fired: a disable is under way.
   }
 end:
   LUMX_LOGI("%s %s end", name_.c_str(), "ioProcess");
@@ -506,15 +688,62 @@ end:
 // ---- Write path ----
 
 int LumxBuffer::writePacketToLum() {
-  if (!enabled_.load()) return -1;
-  const int fd = handle_.load();
-  if (fd < 0) return -2;
-  if (isRead_) return -3;
-  const uint8_t* block = ioBuffer_;
-  if (block == nullptr) return -4;
-  const uint32_t payloadSize = lumx::GetLe32(block + kPktPayloadSizeOffset);
-  if (payloadSize > kLumMaxPayloadSize) return -5;
-  const ssize_t written = write(fd, block, payloadSize + kLumPacketHeaderSize);
-  if (written < 0) return static_cast<int>(written);
-  return 0;
+  int status;
+  if (!enabled_.load()) {
+    status = -1;
+  } else if (handle_.load() < 0) {
+    status = -2;
+  } else if (isRead_) {
+    status = -3;
+  } else if (ioBuffer_ == nullptr) {
+    status = -4;
+  } else if (lumx::GetLe32(ioBuffer_ + kPktPayloadSizeOffset) > kLumMaxPayloadSize) {
+    status = -5;
+  } else {
+    const int fd = handle_.load();
+    const uint8_t* block = ioBuffer_;
+    const size_t total = lumx::GetLe32(block + kPktPayloadSizeOffset) + kLumPacketHeaderSize;
+    const int64_t deadline = NowNs() + BlockPeriodNs(block);
+    // The last packet waited its whole deadline in vain: while the device
+    // still takes nothing, give the next ones up at once instead of holding
+    // the I/O thread (and the other outputs of its buffer) a period each.
+    const bool stalled = writeStalled_.load(std::memory_order_relaxed);
+    size_t done = 0;
+    status = 0;
+    while (done < total) {
+      const ssize_t n = write(fd, block + done, total - done);
+      if (n > 0) {
+        done += static_cast<size_t>(n);
+        continue;
+      }
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0 && errno != EAGAIN) {
+        status = static_cast<int>(n);
+        break;
+      }
+      // No room: wait for it until the deadline, or until a disable.
+      const int64_t left = deadline - NowNs();
+      if ((stalled && done == 0) || left <= 0) {
+        status = kLumWriteTimedOut;
+        break;
+      }
+      pollfd fds[2] = {{fd, POLLOUT, 0}, {wakeFd_.get(), POLLIN, 0}};
+      const int ready = poll(fds, fds[1].fd >= 0 ? 2 : 1, static_cast<int>((left + 999999) / 1000000));
+      if (ready > 0 && fds[1].revents != 0) {
+        status = -1;  // being disabled
+        break;
+      }
+    }
+    // A packet given up part-way leaves the device to find the next magic.
+    writeStalled_.store(status == kLumWriteTimedOut, std::memory_order_relaxed);
+    if (status != 0 && done != 0) stats_.txCut.Add();
+  }
+  if (status == 0) {
+    stats_.txPackets.Add();
+  } else {
+    stats_.txFailures[LumxBufferStats::TxFailureIndex(status)].Add();
+    if (status == kLumWriteTimedOut) stats_.txTimeouts.Add();
+    stats_.lastError.Record(status, NowNs());
+  }
+  return status;
 }

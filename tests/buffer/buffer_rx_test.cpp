@@ -35,6 +35,7 @@ Bytes Head(Bytes b, size_t n) {
   b.resize(n);
   return b;
 }
+Bytes Tail(const Bytes& b, size_t from) { return Bytes(b.begin() + static_cast<long>(from), b.end()); }
 Bytes Cat(Bytes a, const Bytes& b) {
   a.insert(a.end(), b.begin(), b.end());
   return a;
@@ -110,6 +111,26 @@ TEST_F(BufferRxStepTest, ReassemblyTable) {
        2,
        Desc(2)},
       {"excess under 8 bytes is not reported", {Cat(Pkt(1, 1924), Bytes(4, 0))}, {}, 1, Desc(1, 1924)},
+      {"whole packets in one read are all delivered, in order",
+       {Cat(Cat(Pkt(1), Pkt(2)), Pkt(3))},
+       {},
+       3,
+       Desc(3)},
+      {"a packet begun after whole ones is finished by the next read",
+       {Cat(Pkt(1), Head(Pkt(2), 1000)), Tail(Pkt(2), 1000)},
+       {},
+       2,
+       Desc(2)},
+      {"a read that finishes a packet and holds the next ones",
+       {Head(Pkt(1), 32), Cat(Cat(Tail(Pkt(1), 32), Pkt(2)), Pkt(3))},
+       {},
+       3,
+       Desc(3)},
+      {"junk after whole packets is excess of the last one",
+       {Cat(Cat(Pkt(1), Pkt(2)), Bytes(16, 0xEE))},
+       {"tapout0 received excess 16 bytes (2000 > 1984)"},
+       2,
+       Desc(2)},
       {"the largest payload fits", {Pkt(1, 65472)}, {}, 1, Desc(1, 65472)},
       {"packet numbers wrap without a jump",
        {Pkt(0xFFFFFFFFu), Pkt(0)},
@@ -276,6 +297,17 @@ TEST_F(BufferRxThreadTest, PacketNumberJumpsAndEachThreadStartsAfresh) {
   EXPECT_EQ(capture.count("Disable buffer tapout0: already disabled"), 0u);
   rig.tapout->Enable(false);
   EXPECT_EQ(capture.count("Disable buffer tapout0: already disabled"), 1u);
+}
+
+TEST_F(BufferRxThreadTest, PacketsThatQueuedUpAreAllDelivered) {
+  Start();
+  Bytes backlog;
+  for (uint32_t num = 1; num <= 10; ++num) backlog = Cat(backlog, Pkt(num));
+  Chunk(backlog);
+  WaitCalls(10);
+  EXPECT_EQ(proc.lastInHash.load(), PayloadHash(Desc(10)));
+  EXPECT_EQ(capture.count("jump"), 0u);
+  EXPECT_EQ(rig.tapout->stats().rxPackets.Get(), 10u);
 }
 
 TEST_F(BufferRxThreadTest, OutputPacketCarriesStoredFormatAndThisPacketsFieldsEvenWhenProcessBlockFails) {

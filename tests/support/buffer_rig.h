@@ -68,7 +68,8 @@ class BufferStreamRig {
 };
 
 // Until destroyed, feeds numbered packets into a tap-out FIFO whenever it is
-// empty (so the I/O thread takes one packet per read) and drains the inject
+// empty (so the I/O thread takes one packet per read) and the inject FIFOs
+// have been drained (so no write waits for room), and drains the inject
 // FIFOs. Neither thread allocates once running.
 class BufferStreamer {
  public:
@@ -88,7 +89,9 @@ class BufferStreamer {
   void Feed() {
     std::vector<uint8_t> packet = BufferMakePacket(BufferPacketDesc{});
     for (uint32_t num = 1; !stop_;) {
-      if (BufferPipeBytes(feeder_) != 0) {
+      bool drained = true;
+      for (int fd : drains_) drained = drained && BufferPipeBytes(fd) < 16384;
+      if (BufferPipeBytes(feeder_) != 0 || !drained) {
         sched_yield();
         continue;
       }

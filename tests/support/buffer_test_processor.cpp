@@ -32,6 +32,7 @@ int BufferTestProcessor::ProcessBlock(const void* in, size_t inSize, void* out, 
   lastInSize.store(inSize);
   lastInHash.store(BufferHash(in, inSize));
   lastOutSize.store(outSize);
+  if (LumxBuffer* b = input()) inputRate.store(b->formatSampleRate());
   if (out != nullptr) {
     const size_t n = inSize < outSize ? inSize : outSize;
     const uint8_t mask = xorMask.load();

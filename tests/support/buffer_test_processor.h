@@ -27,6 +27,9 @@ class BufferTestProcessor : public LumxProcessor {
   std::atomic<uint64_t> callsWithOutput{0};
   std::atomic<size_t> lastInSize{0};
   std::atomic<size_t> lastOutSize{0};
+  // The input buffer's stream sample rate, read from this thread as the
+  // relay processor does.
+  std::atomic<uint32_t> inputRate{0};
   // FNV-1a of the last input block.
   std::atomic<uint32_t> lastInHash{0};
   // Returned from every ProcessBlock.

@@ -1,0 +1,54 @@
+// Tap-out and inject FIFOs 0..n-1 in a temporary device directory, with one
+// thread that keeps every tap-out FIFO supplied (a 1920-byte packet whenever
+// it is empty, numbered from 1, payload byte i = number + 7 * i) and reads
+// every inject FIFO that is not stalled, checking each packet found there:
+// magic, version, size, and a payload that is either the fed pattern of the
+// packet's own number or silence (a disabled processor). Bytes before a
+// magic are counted as skipped, never as packets.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/buffer_dev_dir.h"
+
+class StreamFifoRig {
+ public:
+  explicit StreamFifoRig(int count);
+  ~StreamFifoRig();
+  StreamFifoRig(const StreamFifoRig&) = delete;
+  StreamFifoRig& operator=(const StreamFifoRig&) = delete;
+
+  // A stalled inject FIFO is not read: once full, its writer cannot go on.
+  void Stall(int inject, bool stalled) { stalled_[inject] = stalled; }
+  uint64_t packets(int inject) const { return inject_[inject].packets.load(); }
+  uint64_t corrupt(int inject) const { return inject_[inject].corrupt.load(); }
+  uint64_t skipped(int inject) const { return inject_[inject].skipped.load(); }
+  // Bytes waiting in an inject FIFO.
+  int Queued(int inject) const;
+  // Waits until inject FIFO `id` received `more` packets beyond now.
+  bool WaitMore(int inject, uint64_t more) const;
+
+  BufferDevDir dir;
+
+ private:
+  struct Inject {
+    int fd = -1;
+    std::vector<uint8_t> pending;
+    std::atomic<uint64_t> packets{0};
+    std::atomic<uint64_t> corrupt{0};
+    std::atomic<uint64_t> skipped{0};
+  };
+  void Run();
+  void Parse(Inject& in);
+
+  std::vector<int> feeders_;
+  std::vector<uint32_t> nums_;
+  std::vector<Inject> inject_;
+  std::vector<std::atomic<bool>> stalled_;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
