@@ -1,0 +1,129 @@
+// The service while streams run into misbehaving devices: a stalled inject
+// reader holds up nothing but its own packets, and eight clients rewiring,
+// starting and stopping streams corrupt no packet and stop no other stream.
+#include <gtest/gtest.h>
+#include <lumx_host/log_capture.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "service/lumx_service.h"
+#include "support/daemon_service_access.h"
+#include "support/daemon_test_util.h"
+#include "support/stream_fifo_rig.h"
+#include "support/system_service_env.h"
+
+namespace {
+
+using lumx::test::ICode;
+
+class StreamFaultTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    capture.setEcho(false);
+    ASSERT_EQ(0, mkdir(sysfs.Join("power").c_str(), 0700));
+    sysfs.Touch("power/wake_lock");
+    sysfs.Touch("power/wake_unlock");
+    service = LumxServiceTestAccess::Make();
+  }
+  void TearDown() override {
+    // A call still stuck behind a stalled reader gets going again here.
+    for (int i = 0; i < kBuffers; ++i) rig.Stall(i, false);
+    for (std::thread& t : calls) t.join();
+    service.reset();
+  }
+  // Processor `id` passes tap-out `buf` through to inject `buf`, streaming.
+  void Stream(const char (&id)[5], int buf) {
+    CommandResult r;
+    service->NewProcessorWithType(ICode(id), ICode("pass"), &r);
+    service->Connect(ICode(id), buf, buf, &r);
+    service->ProcessorEnable(ICode(id), true, &r);
+    service->StartIo(buf, &r);
+    ASSERT_EQ(r.status, CommandResult::Status::OK);
+  }
+  // Runs `call` on its own thread; true when it returned within 10 s (a
+  // limit for a hang, not a speed goal).
+  bool Returns(std::function<void(CommandResult*)> call) {
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    calls.emplace_back([call, done] {
+      CommandResult r;
+      call(&r);
+      *done = true;
+    });
+    return BufferWaitFor([&] { return done->load(); }, std::chrono::seconds(10));
+  }
+
+  static constexpr int kBuffers = 5;
+  lumx_host::LogCapture capture;
+  lumx_test::TempDir sysfs{"lumx-fault-sysfs"};
+  lumx_test::ScopedEnv sysfsEnv{"LUMX_SYSFS_ROOT", sysfs.path().c_str()};
+  StreamFifoRig rig{kBuffers};
+  std::shared_ptr<LumxService> service;
+  std::vector<std::thread> calls;
+};
+
+TEST_F(StreamFaultTest, StalledInjectReaderHoldsUpNothingElse) {
+  rig.Stall(0, true);
+  Stream("pas0", 0);
+  Stream("pas1", 1);
+  // inject0's pipe is full: tapout0's thread cannot write a whole packet.
+  ASSERT_TRUE(BufferWaitFor([&] { return rig.Queued(0) > 60000; }));
+  auto* s = service.get();
+  EXPECT_TRUE(Returns([s](CommandResult* r) { s->NewProcessorWithType(ICode("pas2"), ICode("pass"), r); }));
+  EXPECT_TRUE(Returns([s](CommandResult* r) { s->Connect(ICode("pas2"), 1, -1, r); })) << "unrelated wiring";
+  EXPECT_TRUE(Returns([s](CommandResult* r) { s->ListTapOutBuffers(r); }));
+  EXPECT_TRUE(Returns([s](CommandResult* r) { s->ListInjectBuffers(r); }));
+  EXPECT_TRUE(rig.WaitMore(1, 20)) << "the other stream flows";
+  EXPECT_TRUE(Returns([s](CommandResult* r) { s->DeleteProcessor(ICode("pas0"), r); }));
+  EXPECT_TRUE(Returns([s](CommandResult* r) { s->StopIo(0, r); }));
+  EXPECT_GE(capture.count("inject0: ioProcess writePacketToLum returned status -110"), 1u);
+  EXPECT_TRUE(rig.WaitMore(1, 20));
+  EXPECT_EQ(rig.corrupt(1) + rig.skipped(1), 0u);
+}
+
+TEST_F(StreamFaultTest, EightClientsRewireWhileStreamsRun) {
+  // Buffer 4 carries a stream no client touches; the clients share four
+  // processor ids over buffers 0..3, so they collide on purpose.
+  Stream("stdy", 4);
+  ASSERT_TRUE(rig.WaitMore(4, 5));
+  const uint64_t steadyBefore = rig.packets(4);
+  std::atomic<int> finished{0};
+  std::vector<std::thread> clients;
+  for (unsigned c = 0; c < 8; ++c) {
+    clients.emplace_back([&, c] {
+      std::mt19937 rng(c);
+      for (int i = 0; i < 150; ++i) {
+        const int32_t id = ICode("cl00") + static_cast<int32_t>(rng() % 4);
+        const int t = static_cast<int>(rng() % 5) - 1;
+        const int j = static_cast<int>(rng() % 5) - 1;
+        CommandResult r;
+        switch (rng() % 7) {
+          case 0: service->NewProcessorWithType(id, ICode("pass"), &r); break;
+          case 1:
+          case 2: service->Connect(id, t, j, &r); break;
+          case 3: service->ProcessorEnable(id, true, &r); break;
+          case 4: service->StartIo(t < 0 ? 0 : t, &r); break;
+          case 5: service->StopIo(t < 0 ? 0 : t, &r); break;
+          default: service->DeleteProcessor(id, &r); break;
+        }
+      }
+      ++finished;
+    });
+  }
+  EXPECT_TRUE(BufferWaitFor([&] { return finished == 8; }, std::chrono::seconds(120))) << "every call returns";
+  for (std::thread& t : clients) t.join();
+  EXPECT_GT(rig.packets(4), steadyBefore) << "flowed during the storm";
+  EXPECT_TRUE(rig.WaitMore(4, 10)) << "and after it";
+  for (int i = 0; i < kBuffers; ++i) {
+    EXPECT_EQ(rig.corrupt(i), 0u) << "inject" << i;
+    EXPECT_EQ(rig.skipped(i), 0u) << "inject" << i;
+  }
+}
+
+}  // namespace
