@@ -84,8 +84,11 @@ void DescribeFormat(const uint8_t* header, char (&text)[32]) {
   const uint32_t blockLength =
       (channels == 0 || bytesPerSample == 0) ? 0 : payload / channels / bytesPerSample;
   const float kHz = static_cast<float>(rate) / 1000.0f;
-  snprintf(text, sizeof text, "%gkHz %uch %uBps, block len %u", static_cast<double>(kHz), channels,
+  char full[64] = {};
+  snprintf(full, sizeof full, "%gkHz %uch %uBps, block len %u", static_cast<double>(kHz), channels,
            bytesPerSample, blockLength);
+  memcpy(text, full, sizeof text - 1);  // cut, never refused
+  text[sizeof text - 1] = '\0';
 }
 
 bool SameFormat(const uint8_t* a, const uint8_t* b) {

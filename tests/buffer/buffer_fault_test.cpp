@@ -28,7 +28,9 @@ class BufferFaultTest : public ::testing::Test {
   void Wire(LumxBuffer& tapout, LumxBuffer* inject = nullptr) {
     ASSERT_EQ(tapout.RegisterOutput(&p), 0);
     p.SetInput(&tapout);
-    if (inject != nullptr) ASSERT_EQ(inject->RegisterInput(&p), 0);
+    if (inject != nullptr) {
+      ASSERT_EQ(inject->RegisterInput(&p), 0);
+    }
   }
   lumx_host::LogCapture capture;
   BufferTestProcessor p{BufferTestFourCc("tst1")};

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <lumx_host/log_capture.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -88,9 +89,13 @@ TEST_F(StreamFaultTest, StalledInjectReaderHoldsUpNothingElse) {
 }
 
 TEST_F(StreamFaultTest, EightClientsRewireWhileStreamsRun) {
-  // Buffer 4 carries a stream no client touches; the clients share four
-  // processor ids over buffers 0..3, so they collide on purpose.
+  // Buffer 4 carries a stream no client touches; the clients share the four
+  // processors streaming over buffers 0..3, so they collide on purpose.
   Stream("stdy", 4);
+  Stream("cl00", 0);
+  Stream("cl01", 1);
+  Stream("cl02", 2);
+  Stream("cl03", 3);
   ASSERT_TRUE(rig.WaitMore(4, 5));
   const uint64_t steadyBefore = rig.packets(4);
   std::atomic<int> finished{0};
@@ -103,15 +108,17 @@ TEST_F(StreamFaultTest, EightClientsRewireWhileStreamsRun) {
         const int t = static_cast<int>(rng() % 5) - 1;
         const int j = static_cast<int>(rng() % 5) - 1;
         CommandResult r;
-        switch (rng() % 7) {
+        switch (rng() % 8) {
           case 0: service->NewProcessorWithType(id, ICode("pass"), &r); break;
           case 1:
           case 2: service->Connect(id, t, j, &r); break;
           case 3: service->ProcessorEnable(id, true, &r); break;
-          case 4: service->StartIo(t < 0 ? 0 : t, &r); break;
-          case 5: service->StopIo(t < 0 ? 0 : t, &r); break;
+          case 4:
+          case 5: service->StartIo(t < 0 ? 0 : t, &r); break;
+          case 6: service->StopIo(t < 0 ? 0 : t, &r); break;
           default: service->DeleteProcessor(id, &r); break;
         }
+        usleep(2000);  // let the streams run between the changes
       }
       ++finished;
     });
