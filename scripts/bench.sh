@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # System benchmark of lumxd against lumx-dspsim: stream latency against a bare
 # relay loop, daemon CPU per stream (1, 4, 8 streams), control-path calls/s
-# and p99 (1 and 8 client threads), peak RSS idle and with 8 streams.
-# Prints a table with the goals and writes the figures as JSON.
+# and p99 (1 and 8 client threads), peak RSS idle and with 8 streams; then
+# the fault run (bench/system/fault_run.py): healthy streams' p99 beside a
+# stalled inject reader, call times during the stall, daemon CPU while a
+# tap-out writer is gone, packets lost to bursts.
+# Prints tables with the goals and writes the figures as JSON.
 #
 #   scripts/bench.sh                        build the release preset, run (~2 min)
 #   scripts/bench.sh --build-dir DIR        use another (RelWithDebInfo) build
@@ -11,6 +14,8 @@
 #   scripts/bench.sh --json-out FILE        JSON path (default DIR/bench-system.json)
 #   scripts/bench.sh --strict               exit 1 when a goal is missed
 #   scripts/bench.sh --keep                 keep the run's temp dir (logs)
+#   scripts/bench.sh --no-fault             skip the fault run
+#   scripts/bench.sh --fault-only           only the fault run (JSON: DIR/bench-faults.json)
 #
 # Every process it starts lives in a private temporary directory
 # (LUMX_DEV_ROOT, LUMX_BINDER_DIR, LUMX_SYSFS_ROOT) and is stopped at the end,
@@ -20,12 +25,15 @@ cd "$(dirname "$0")/.."
 
 build_dir=build/release
 build=1
+fault=1
 pass=()
 while [ $# -gt 0 ]; do
   case "$1" in
     --build-dir) build_dir="$2"; shift 2 ;;
     --no-build) build=0; shift ;;
-    -h|--help) sed -n '2,17p' "$0"; python3 bench/system/bench.py --help; exit 0 ;;
+    --no-fault) fault=0; shift ;;
+    --fault-only) fault=2; shift ;;
+    -h|--help) sed -n '2,22p' "$0"; python3 bench/system/bench.py --help; exit 0 ;;
     *) pass+=("$1"); shift ;;
   esac
 done
@@ -48,4 +56,9 @@ if ! cmake --build "$build_dir" --target bare_relay_tool >/dev/null 2>&1; then
   fi
 fi
 
-exec python3 bench/system/bench.py --build-dir "$build_dir" "${pass[@]}"
+if [ "$fault" != 2 ]; then
+  python3 bench/system/bench.py --build-dir "$build_dir" "${pass[@]}"
+fi
+if [ "$fault" != 0 ]; then
+  exec python3 bench/system/fault_run.py --build-dir "$build_dir" "${pass[@]}"
+fi
