@@ -73,8 +73,11 @@ TEST_F(StreamFaultTest, StalledInjectReaderHoldsUpNothingElse) {
   rig.Stall(0, true);
   Stream("pas0", 0);
   Stream("pas1", 1);
-  // inject0's pipe is full: tapout0's thread cannot write a whole packet.
-  ASSERT_TRUE(BufferWaitFor([&] { return rig.Queued(0) > 60000; }));
+  // inject0's pipe has no room for another packet, and tapout0's thread has
+  // taken the next one: it cannot write it.
+  ASSERT_TRUE(BufferWaitFor([&] { return rig.Queued(0) > 65536 - 2 * 1984; }));
+  const uint32_t fed = rig.fed(0);
+  ASSERT_TRUE(BufferWaitFor([&] { return rig.fed(0) >= fed + 2; }));
   auto* s = service.get();
   EXPECT_TRUE(Returns([s](CommandResult* r) { s->NewProcessorWithType(ICode("pas2"), ICode("pass"), r); }));
   EXPECT_TRUE(Returns([s](CommandResult* r) { s->Connect(ICode("pas2"), 1, -1, r); })) << "unrelated wiring";

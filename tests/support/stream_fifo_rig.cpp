@@ -9,7 +9,7 @@
 #include "buffer/lumx_buffer.h"
 #include "common/wire.h"
 
-StreamFifoRig::StreamFifoRig(int count) : nums_(count, 0), inject_(count), stalled_(count) {
+StreamFifoRig::StreamFifoRig(int count) : nums_(count), inject_(count), stalled_(count) {
   for (int i = 0; i < count; ++i) {
     const std::string n = std::to_string(i);
     dir.MakeFifo("zch-lumx_tapout" + n);
@@ -17,6 +17,7 @@ StreamFifoRig::StreamFifoRig(int count) : nums_(count, 0), inject_(count), stall
     feeders_.push_back(BufferOpenFifoFeeder(dir.Path("zch-lumx_tapout" + n)));
     inject_[i].fd = BufferOpenFifoReader(dir.Path("zch-lumx_inject" + n));
     stalled_[i] = false;
+    nums_[i] = 0;
   }
   thread_ = std::thread([this] { Run(); });
 }
@@ -41,10 +42,10 @@ void StreamFifoRig::Run() {
   while (!stop_) {
     for (size_t i = 0; i < feeders_.size(); ++i) {
       if (BufferPipeBytes(feeders_[i]) != 0) continue;
-      desc.num = ++nums_[i];
+      desc.num = nums_[i] + 1;
       desc.seed = static_cast<uint8_t>(desc.num);
       const std::vector<uint8_t> packet = BufferMakePacket(desc);
-      if (write(feeders_[i], packet.data(), packet.size()) < 0) --nums_[i];
+      if (write(feeders_[i], packet.data(), packet.size()) > 0) ++nums_[i];
     }
     for (size_t i = 0; i < inject_.size(); ++i) {
       if (stalled_[i]) continue;

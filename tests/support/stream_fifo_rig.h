@@ -29,6 +29,8 @@ class StreamFifoRig {
   uint64_t skipped(int inject) const { return inject_[inject].skipped.load(); }
   // Bytes waiting in an inject FIFO.
   int Queued(int inject) const;
+  // Packets fed into a tap-out FIFO so far.
+  uint32_t fed(int tapout) const { return nums_[tapout].load(); }
   // Waits until inject FIFO `id` received `more` packets beyond now.
   bool WaitMore(int inject, uint64_t more) const;
 
@@ -46,7 +48,7 @@ class StreamFifoRig {
   void Parse(Inject& in);
 
   std::vector<int> feeders_;
-  std::vector<uint32_t> nums_;
+  std::vector<std::atomic<uint32_t>> nums_;
   std::vector<Inject> inject_;
   std::vector<std::atomic<bool>> stalled_;
   std::atomic<bool> stop_{false};
