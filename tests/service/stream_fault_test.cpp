@@ -6,12 +6,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
 #include <memory>
 #include <random>
-#include <thread>
 #include <vector>
 
 #include "service/lumx_service.h"
@@ -36,28 +35,23 @@ class StreamFaultTest : public ::testing::Test {
   void TearDown() override {
     // A call still stuck behind a stalled reader gets going again here.
     for (int i = 0; i < kBuffers; ++i) rig.Stall(i, false);
-    for (std::thread& t : calls) t.join();
+    calls.clear();
     service.reset();
   }
   // Processor `id` passes tap-out `buf` through to inject `buf`, streaming.
-  void Stream(const char (&id)[5], int buf) {
+  void Stream(int32_t id, int buf) {
     CommandResult r;
-    service->NewProcessorWithType(ICode(id), ICode("pass"), &r);
-    service->Connect(ICode(id), buf, buf, &r);
-    service->ProcessorEnable(ICode(id), true, &r);
+    service->NewProcessorWithType(id, ICode("pass"), &r);
+    service->Connect(id, buf, buf, &r);
+    service->ProcessorEnable(id, true, &r);
     service->StartIo(buf, &r);
     ASSERT_EQ(r.status, CommandResult::Status::OK);
   }
   // Runs `call` on its own thread; true when it returned within 10 s (a
   // limit for a hang, not a speed goal).
   bool Returns(std::function<void(CommandResult*)> call) {
-    auto done = std::make_shared<std::atomic<bool>>(false);
-    calls.emplace_back([call, done] {
-      CommandResult r;
-      call(&r);
-      *done = true;
-    });
-    return BufferWaitFor([&] { return done->load(); }, std::chrono::seconds(10));
+    calls.push_back(std::async(std::launch::async, [call] { CommandResult r; call(&r); }));
+    return calls.back().wait_for(std::chrono::seconds(10)) == std::future_status::ready;
   }
 
   static constexpr int kBuffers = 5;
@@ -66,13 +60,13 @@ class StreamFaultTest : public ::testing::Test {
   lumx_test::ScopedEnv sysfsEnv{"LUMX_SYSFS_ROOT", sysfs.path().c_str()};
   StreamFifoRig rig{kBuffers};
   std::shared_ptr<LumxService> service;
-  std::vector<std::thread> calls;
+  std::vector<std::future<void>> calls;
 };
 
 TEST_F(StreamFaultTest, StalledInjectReaderHoldsUpNothingElse) {
   rig.Stall(0, true);
-  Stream("pas0", 0);
-  Stream("pas1", 1);
+  Stream(ICode("pas0"), 0);
+  Stream(ICode("pas1"), 1);
   // inject0's pipe has no room for another packet, and tapout0's thread has
   // taken the next one: it cannot write it.
   ASSERT_TRUE(BufferWaitFor([&] { return rig.Queued(0) > 65536 - 2 * 1984; }));
@@ -94,17 +88,13 @@ TEST_F(StreamFaultTest, StalledInjectReaderHoldsUpNothingElse) {
 TEST_F(StreamFaultTest, EightClientsRewireWhileStreamsRun) {
   // Buffer 4 carries a stream no client touches; the clients share the four
   // processors streaming over buffers 0..3, so they collide on purpose.
-  Stream("stdy", 4);
-  Stream("cl00", 0);
-  Stream("cl01", 1);
-  Stream("cl02", 2);
-  Stream("cl03", 3);
+  Stream(ICode("stdy"), 4);
+  for (int b = 0; b < 4; ++b) Stream(ICode("cl00") + b, b);
   ASSERT_TRUE(rig.WaitMore(4, 5));
   const uint64_t steadyBefore = rig.packets(4);
-  std::atomic<int> finished{0};
-  std::vector<std::thread> clients;
+  std::vector<std::future<void>> clients;
   for (unsigned c = 0; c < 8; ++c) {
-    clients.emplace_back([&, c] {
+    clients.push_back(std::async(std::launch::async, [&, c] {
       std::mt19937 rng(c);
       for (int i = 0; i < 150; ++i) {
         const int32_t id = ICode("cl00") + static_cast<int32_t>(rng() % 4);
@@ -123,17 +113,12 @@ TEST_F(StreamFaultTest, EightClientsRewireWhileStreamsRun) {
         }
         usleep(2000);  // let the streams run between the changes
       }
-      ++finished;
-    });
+    }));
   }
-  EXPECT_TRUE(BufferWaitFor([&] { return finished == 8; }, std::chrono::seconds(120))) << "every call returns";
-  for (std::thread& t : clients) t.join();
+  for (auto& f : clients) EXPECT_EQ(f.wait_for(std::chrono::seconds(120)), std::future_status::ready);
   EXPECT_GT(rig.packets(4), steadyBefore) << "flowed during the storm";
   EXPECT_TRUE(rig.WaitMore(4, 10)) << "and after it";
-  for (int i = 0; i < kBuffers; ++i) {
-    EXPECT_EQ(rig.corrupt(i), 0u) << "inject" << i;
-    EXPECT_EQ(rig.skipped(i), 0u) << "inject" << i;
-  }
+  for (int i = 0; i < kBuffers; ++i) EXPECT_EQ(rig.corrupt(i) + rig.skipped(i), 0u) << "inject" << i;
 }
 
 }  // namespace

@@ -1,10 +1,6 @@
 #include "support/stream_fifo_rig.h"
 
-#include <poll.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <cstring>
 
 #include "buffer/lumx_buffer.h"
 #include "common/wire.h"
@@ -27,13 +23,6 @@ StreamFifoRig::~StreamFifoRig() {
   thread_.join();
   for (int fd : feeders_) close(fd);
   for (Inject& in : inject_) close(in.fd);
-}
-
-int StreamFifoRig::Queued(int inject) const { return BufferPipeBytes(inject_[inject].fd); }
-
-bool StreamFifoRig::WaitMore(int inject, uint64_t more) const {
-  const uint64_t from = packets(inject);
-  return BufferWaitFor([&] { return packets(inject) >= from + more; });
 }
 
 void StreamFifoRig::Run() {

@@ -1,15 +1,12 @@
-// Tap-out and inject FIFOs 0..n-1 in a temporary device directory, with one
-// thread that keeps every tap-out FIFO supplied (a 1920-byte packet whenever
-// it is empty, numbered from 1, payload byte i = number + 7 * i) and reads
-// every inject FIFO that is not stalled, checking each packet found there:
-// magic, version, size, and a payload that is either the fed pattern of the
-// packet's own number or silence (a disabled processor). Bytes before a
-// magic are counted as skipped, never as packets.
+// Tap-out and inject FIFOs 0..n-1 in a temporary device directory and one
+// thread that feeds every empty tap-out FIFO a packet (numbered from 1,
+// payload byte i = number + 7 * i) and reads every inject FIFO that is not
+// stalled, checking each packet there: magic, version, size 1920, and the
+// fed pattern of its own number or silence. Bytes before a magic are skipped.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -28,11 +25,14 @@ class StreamFifoRig {
   uint64_t corrupt(int inject) const { return inject_[inject].corrupt.load(); }
   uint64_t skipped(int inject) const { return inject_[inject].skipped.load(); }
   // Bytes waiting in an inject FIFO.
-  int Queued(int inject) const;
+  int Queued(int inject) const { return BufferPipeBytes(inject_[inject].fd); }
   // Packets fed into a tap-out FIFO so far.
   uint32_t fed(int tapout) const { return nums_[tapout].load(); }
   // Waits until inject FIFO `id` received `more` packets beyond now.
-  bool WaitMore(int inject, uint64_t more) const;
+  bool WaitMore(int inject, uint64_t more) const {
+    const uint64_t from = packets(inject);
+    return BufferWaitFor([&] { return packets(inject) >= from + more; });
+  }
 
   BufferDevDir dir;
 
