@@ -9,8 +9,6 @@
 #include <aidl/lumx/BnLumx.h>
 #include <aidl/lumx/BpLumx.h>
 
-#include <cstring>
-
 namespace aidl {
 namespace lumx {
 const char* ILumx::CommandResult::descriptor = "lumx.ILumx.CommandResult";

@@ -182,7 +182,7 @@ const char* AIBinder_Class_getDescriptor(const AIBinder_Class* clazz) {
 }
 
 void AIBinder_Class_setTransactionCodeToFunctionNameMap(AIBinder_Class* clazz,
-                                                        const char** transactionCodeToFunctionMap,
+                                                        const char* const* transactionCodeToFunctionMap,
                                                         size_t length) {
   if (clazz == nullptr || transactionCodeToFunctionMap == nullptr) return;
   clazz->function_names.clear();

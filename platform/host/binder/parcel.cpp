@@ -82,6 +82,15 @@ binder_status_t CheckArrayArgs(const void* data, int32_t length) {
   return STATUS_OK;
 }
 
+// Arrays written through callbacks get opaque user data, which says nothing
+// about nullness: length -1 alone makes a null array (the NDK's helpers pass
+// the vector's address for an empty std::optional).
+binder_status_t CheckOpaqueArrayArgs(const void* data, int32_t length) {
+  if (length < -1) return STATUS_BAD_VALUE;
+  if (data == nullptr && length > 0) return STATUS_BAD_VALUE;
+  return STATUS_OK;
+}
+
 template <typename T>
 binder_status_t WritePackedArray(AParcel* p, const T* data, int32_t length) {
   if (p == nullptr) return STATUS_UNEXPECTED_NULL;
@@ -432,7 +441,7 @@ binder_status_t AParcel_readString(const AParcel* parcel, void* stringData,
 binder_status_t AParcel_writeStringArray(AParcel* parcel, const void* arrayData, int32_t length,
                                          AParcel_stringArrayElementGetter getter) {
   if (parcel == nullptr) return STATUS_UNEXPECTED_NULL;
-  binder_status_t st = CheckArrayArgs(arrayData, length);
+  binder_status_t st = CheckOpaqueArrayArgs(arrayData, length);
   if (st != STATUS_OK) return st;
   if (length > 0 && getter == nullptr) return STATUS_UNEXPECTED_NULL;
   st = WriteValue<int32_t>(parcel, length);
@@ -468,7 +477,7 @@ binder_status_t AParcel_readStringArray(const AParcel* parcel, void* arrayData,
 binder_status_t AParcel_writeParcelableArray(AParcel* parcel, const void* arrayData, int32_t length,
                                              AParcel_writeParcelableElement elementWriter) {
   if (parcel == nullptr) return STATUS_UNEXPECTED_NULL;
-  binder_status_t st = CheckArrayArgs(arrayData, length);
+  binder_status_t st = CheckOpaqueArrayArgs(arrayData, length);
   if (st != STATUS_OK) return st;
   if (length > 0 && elementWriter == nullptr) return STATUS_UNEXPECTED_NULL;
   st = WriteValue<int32_t>(parcel, length);
@@ -578,7 +587,7 @@ binder_status_t AParcel_writeCharArray(AParcel* p, const char16_t* a, int32_t n)
 binder_status_t AParcel_writeBoolArray(AParcel* p, const void* a, int32_t n,
                                        AParcel_boolArrayGetter getter) {
   if (p == nullptr) return STATUS_UNEXPECTED_NULL;
-  binder_status_t st = CheckArrayArgs(a, n);
+  binder_status_t st = CheckOpaqueArrayArgs(a, n);
   if (st != STATUS_OK) return st;
   if (n > 0 && getter == nullptr) return STATUS_UNEXPECTED_NULL;
   st = WriteValue<int32_t>(p, n);

@@ -224,14 +224,14 @@ TEST(ParcelTest, ArrayArgumentAndLengthChecks) {
 TEST(ParcelTest, StringArraysWithNullElements) {
   ScopedAParcel p = NewParcel();
   std::vector<std::string> v{"one", "", "three"};
-  std::vector<std::optional<std::string>> nv{"a", std::nullopt};
+  std::optional<std::vector<std::optional<std::string>>> nv{{"a", std::nullopt}};
   std::optional<std::vector<std::optional<std::string>>> nnv;
   ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(p.get(), v));
   ASSERT_EQ(STATUS_OK, ndk::AParcel_writeVector(p.get(), nv));
   ASSERT_EQ(STATUS_OK, ndk::AParcel_writeNullableData(p.get(), nnv));
   Rewind(p);
   std::vector<std::string> rv;
-  std::vector<std::optional<std::string>> rnv;
+  std::optional<std::vector<std::optional<std::string>>> rnv;
   std::optional<std::vector<std::optional<std::string>>> rnnv{{"x"}};
   ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(p.get(), &rv));
   ASSERT_EQ(STATUS_OK, ndk::AParcel_readVector(p.get(), &rnv));

@@ -140,6 +140,11 @@ inline int CountOpenFds(pid_t pid) {
 
 inline binder_status_t WriteArg(AParcel* p, const ndk::SpAIBinder& b) { return ndk::AParcel_writeNullableData(p, b); }
 inline binder_status_t ReadArg(const AParcel* p, ndk::SpAIBinder* b) { return ndk::AParcel_readNullableData(p, b); }
+// AIDL has no unsigned scalars, so the generic helpers take none; the C API does.
+inline binder_status_t WriteArg(AParcel* p, uint32_t v) { return AParcel_writeUint32(p, v); }
+inline binder_status_t ReadArg(const AParcel* p, uint32_t* v) { return AParcel_readUint32(p, v); }
+inline binder_status_t WriteArg(AParcel* p, uint64_t v) { return AParcel_writeUint64(p, v); }
+inline binder_status_t ReadArg(const AParcel* p, uint64_t* v) { return AParcel_readUint64(p, v); }
 template <typename T>
 binder_status_t WriteArg(AParcel* p, const T& v) {
   return ndk::AParcel_writeData(p, v);

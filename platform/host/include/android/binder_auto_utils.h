@@ -2,41 +2,40 @@
 // header-only helpers of the same name): SpAIBinder, ScopedAParcel,
 // ScopedAStatus, ScopedAIBinder_DeathRecipient, ScopedAIBinder_Weak,
 // ScopedFileDescriptor.
+//
+// Declares exactly what the Android 15/16 header declares, so that code that
+// builds here builds on a device: SpAIBinder has no move operations and no
+// release() (a move is a copy: one more reference, then one less), its
+// comparisons are free functions, and the owners' set() always hands the old
+// value to the deleter, null and -1 included.
 #pragma once
 
 #include <android/binder_ibinder.h>
 #include <android/binder_parcel.h>
 #include <android/binder_status.h>
 
+#include <assert.h>
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <cstddef>
-#include <ostream>
+#include <iostream>
 #include <string>
 
 namespace ndk {
-
-namespace internal {
-// Prints "file:line: msg" and aborts; the helpers' equivalent of bionic's
-// __assert, which glibc does not have with that signature.
-[[noreturn]] static inline void assertFailed(const char* file, int line, const char* msg) {
-  fprintf(stderr, "%s:%d: %s\n", file, line, msg);
-  fflush(stderr);
-  abort();
-}
-}  // namespace internal
 
 // Owns one strong reference to an AIBinder.
 class SpAIBinder {
  public:
   SpAIBinder() : mBinder(nullptr) {}
-  SpAIBinder(std::nullptr_t) : SpAIBinder() {}  // NOLINT(google-explicit-constructor)
   // Adopts a reference the caller already owns (no incStrong).
   explicit SpAIBinder(AIBinder* binder) : mBinder(binder) {}
-  SpAIBinder(const SpAIBinder& other) : mBinder(nullptr) { *this = other; }
-  SpAIBinder(SpAIBinder&& other) noexcept : mBinder(other.release()) {}
+  SpAIBinder(std::nullptr_t) : SpAIBinder() {}  // NOLINT(google-explicit-constructor)
+  SpAIBinder(const SpAIBinder& other) { *this = other; }
   ~SpAIBinder() { set(nullptr); }
 
   SpAIBinder& operator=(const SpAIBinder& other) {
@@ -45,43 +44,44 @@ class SpAIBinder {
     set(other.mBinder);
     return *this;
   }
-  SpAIBinder& operator=(SpAIBinder&& other) noexcept {
-    if (this != &other) set(other.release());
-    return *this;
-  }
 
-  // Drops the old reference (if any) and adopts `binder`.
+  // Drops the old reference (if any) and adopts `binder`. Two threads
+  // setting one SpAIBinder at once is a caller's bug; it ends the process.
   void set(AIBinder* binder) {
-    AIBinder* old = mBinder;
-    mBinder = binder;
+    AIBinder* old = *const_cast<AIBinder* volatile*>(&mBinder);
     if (old != nullptr) AIBinder_decStrong(old);
+    if (old != *const_cast<AIBinder* volatile*>(&mBinder)) {
+      fprintf(stderr, "%s:%d: SpAIBinder: race detected\n", __FILE__, __LINE__);
+      abort();
+    }
+    mBinder = binder;
   }
 
   AIBinder* get() const { return mBinder; }
   // For out-parameters of the C API; the slot must be empty.
   AIBinder** getR() { return &mBinder; }
-  // Gives up the reference without dropping it.
-  AIBinder* release() {
-    AIBinder* b = mBinder;
-    mBinder = nullptr;
-    return b;
-  }
-
-#define SP_AIBINDER_COMPARE(_op_)                                                        \
-  bool operator _op_(const SpAIBinder& rhs) const { return get() _op_ rhs.get(); }       \
-  bool operator _op_(const AIBinder* rhs) const { return get() _op_ rhs; }               \
-  bool operator _op_(std::nullptr_t) const { return get() _op_ static_cast<AIBinder*>(nullptr); }
-  SP_AIBINDER_COMPARE(!=)
-  SP_AIBINDER_COMPARE(<)
-  SP_AIBINDER_COMPARE(<=)
-  SP_AIBINDER_COMPARE(==)
-  SP_AIBINDER_COMPARE(>)
-  SP_AIBINDER_COMPARE(>=)
-#undef SP_AIBINDER_COMPARE
 
  private:
-  AIBinder* mBinder;
+  AIBinder* mBinder = nullptr;
 };
+
+#define SP_AIBINDER_COMPARE(_op_)                                                  \
+  static inline bool operator _op_(const SpAIBinder& lhs, const SpAIBinder& rhs) { \
+    return lhs.get() _op_ rhs.get();                                               \
+  }                                                                                \
+  static inline bool operator _op_(const SpAIBinder& lhs, const AIBinder* rhs) {   \
+    return lhs.get() _op_ rhs;                                                     \
+  }                                                                                \
+  static inline bool operator _op_(const AIBinder* lhs, const SpAIBinder& rhs) {   \
+    return lhs _op_ rhs.get();                                                     \
+  }
+SP_AIBINDER_COMPARE(!=)
+SP_AIBINDER_COMPARE(<)
+SP_AIBINDER_COMPARE(<=)
+SP_AIBINDER_COMPARE(==)
+SP_AIBINDER_COMPARE(>)
+SP_AIBINDER_COMPARE(>=)
+#undef SP_AIBINDER_COMPARE
 
 namespace impl {
 
@@ -92,26 +92,30 @@ class ScopedAResource {
   explicit ScopedAResource(T t = DEFAULT) : mT(t) {}
   ~ScopedAResource() { set(DEFAULT); }
 
-  T get() const { return mT; }
-  T* getR() { return &mT; }
-
-  // Releases the held resource and takes `t`.
+  // Releases the held resource (Destroy sees DEFAULT too) and takes `t`.
   void set(T t) {
-    T old = mT;
+    Destroy(mT);
     mT = t;
-    if (old != DEFAULT) Destroy(old);
   }
-  T release() {
+
+  T get() { return mT; }
+  const T get() const { return mT; }
+
+  // Gives up the resource without releasing it.
+  [[nodiscard]] T release() {
     T a = mT;
     mT = DEFAULT;
     return a;
   }
 
+  T* getR() { return &mT; }
+
   ScopedAResource(const ScopedAResource&) = delete;
   ScopedAResource& operator=(const ScopedAResource&) = delete;
-  ScopedAResource(ScopedAResource&& other) noexcept : mT(other.release()) {}
+  ScopedAResource(ScopedAResource&& other) noexcept : mT(other.mT) { other.mT = DEFAULT; }
   ScopedAResource& operator=(ScopedAResource&& other) noexcept {
-    if (this != &other) set(other.release());
+    set(other.mT);
+    other.mT = DEFAULT;
     return *this;
   }
 
@@ -127,6 +131,13 @@ class ScopedAParcel : public impl::ScopedAResource<AParcel*, AParcel_delete, nul
   ~ScopedAParcel() {}
   ScopedAParcel(ScopedAParcel&&) = default;
   ScopedAParcel& operator=(ScopedAParcel&&) = default;
+
+  bool operator!=(const ScopedAParcel& rhs) const { return get() != rhs.get(); }
+  bool operator<(const ScopedAParcel& rhs) const { return get() < rhs.get(); }
+  bool operator<=(const ScopedAParcel& rhs) const { return get() <= rhs.get(); }
+  bool operator==(const ScopedAParcel& rhs) const { return get() == rhs.get(); }
+  bool operator>(const ScopedAParcel& rhs) const { return get() > rhs.get(); }
+  bool operator>=(const ScopedAParcel& rhs) const { return get() >= rhs.get(); }
 };
 
 class ScopedAStatus : public impl::ScopedAResource<AStatus*, AStatus_delete, nullptr> {
@@ -198,18 +209,23 @@ class ScopedAIBinder_Weak
 };
 
 namespace internal {
-static inline void closeWithError(int fd) {
+
+// inline, not static: a static deleter would give every class built on it
+// internal linkage in each translation unit.
+inline void closeWithError(int fd) {
   if (fd == -1) return;
   int ret = close(fd);
   if (ret != 0) {
-    perror("ndk::ScopedFileDescriptor: close");
+    syslog(LOG_ERR, "Could not close FD %d: %s", fd, strerror(errno));
   }
 }
+
 }  // namespace internal
 
 class ScopedFileDescriptor : public impl::ScopedAResource<int, internal::closeWithError, -1> {
  public:
-  explicit ScopedFileDescriptor(int a = -1) : ScopedAResource(a) {}
+  ScopedFileDescriptor() : ScopedFileDescriptor(-1) {}
+  explicit ScopedFileDescriptor(int a) : ScopedAResource(a) {}
   ~ScopedFileDescriptor() {}
   ScopedFileDescriptor(ScopedFileDescriptor&&) = default;
   ScopedFileDescriptor& operator=(ScopedFileDescriptor&&) = default;

@@ -66,9 +66,10 @@ AIBinder_Class* AIBinder_Class_define(const char* interfaceDescriptor,
 void AIBinder_Class_setOnDump(AIBinder_Class* clazz, AIBinder_onDump onDump) __INTRODUCED_IN(29);
 void AIBinder_Class_disableInterfaceTokenHeader(AIBinder_Class* clazz) __INTRODUCED_IN(33);
 const char* AIBinder_Class_getDescriptor(const AIBinder_Class* clazz) __INTRODUCED_IN(31);
-void AIBinder_Class_setTransactionCodeToFunctionNameMap(AIBinder_Class* clazz,
-                                                        const char** transactionCodeToFunctionMap,
-                                                        size_t length) __INTRODUCED_IN(36);
+// The table is read during the call (the class keeps a copy of the names).
+void AIBinder_Class_setTransactionCodeToFunctionNameMap(
+    AIBinder_Class* clazz, const char* const* transactionCodeToFunctionMap, size_t length)
+    __INTRODUCED_IN(36);
 const char* AIBinder_Class_getFunctionName(AIBinder_Class* clazz, transaction_code_t code)
     __INTRODUCED_IN(36);
 

@@ -7,13 +7,16 @@
 #include <android/binder_ibinder.h>
 
 #include <assert.h>
+#include <stdio.h>
 #include <stdlib.h>
 
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 namespace ndk {
@@ -25,12 +28,15 @@ class SharedRefBase {
   SharedRefBase() {}
   virtual ~SharedRefBase() {
     std::call_once(mFlagThis, [&]() {
-      internal::assertFailed(__FILE__, __LINE__, "SharedRefBase: no ref created during lifetime");
+      fprintf(stderr, "%s:%d: SharedRefBase: no ref created during lifetime\n", __FILE__, __LINE__);
+      abort();
     });
     if (ref() != nullptr) {
-      internal::assertFailed(__FILE__, __LINE__,
-                             "SharedRefBase: destructed but still able to lock weak_ptr. Is this "
-                             "object double-owned?");
+      fprintf(stderr,
+              "%s:%d: SharedRefBase: destructed but still able to lock weak_ptr. Is this object "
+              "double-owned?\n",
+              __FILE__, __LINE__);
+      abort();
     }
   }
 
@@ -54,11 +60,11 @@ class SharedRefBase {
     return t->template ref<T>();
   }
 
-  static void operator delete(void* p) { ::operator delete(p); }
+  static void operator delete(void* p) { std::free(p); }
 
  private:
   // Only make<T>() may allocate one.
-  static void* operator new(size_t s) { return ::operator new(s); }
+  static void* operator new(size_t s) { return std::malloc(s); }
 
   std::once_flag mFlagThis;
   std::weak_ptr<SharedRefBase> mThis;
@@ -75,18 +81,17 @@ class ICInterface : public SharedRefBase {
   virtual SpAIBinder asBinder() = 0;
   virtual bool isRemote() = 0;
 
-  virtual binder_status_t dump(int /*fd*/, const char** /*args*/, uint32_t /*numArgs*/) {
-    return STATUS_OK;
-  }
+  // Dumps nothing unless overridden.
+  virtual inline binder_status_t dump(int fd, const char** args, uint32_t numArgs);
 
   // Defines the class of an interface whose local objects are made by
   // BnCInterface::createBinder (AIBinder_new(clazz, this)).
-  static inline AIBinder_Class* defineClass(const char* interfaceDescriptor,
-                                            AIBinder_Class_onTransact onTransact);
+  // The 4-argument form also names the transaction codes (for traces).
   static inline AIBinder_Class* defineClass(const char* interfaceDescriptor,
                                             AIBinder_Class_onTransact onTransact,
-                                            const char** transactionCodeToFunction,
-                                            size_t functionCount);
+                                            const char** codeToFunction, size_t functionCount);
+  static inline AIBinder_Class* defineClass(const char* interfaceDescriptor,
+                                            AIBinder_Class_onTransact onTransact);
 
   // The implementation behind a local object of such a class, or null.
   static inline std::shared_ptr<ICInterface> asInterface(AIBinder* binder);
@@ -138,7 +143,7 @@ class BpCInterface : public INTERFACE {
   explicit BpCInterface(const SpAIBinder& binder) : mBinder(binder) {}
   virtual ~BpCInterface() {}
 
-  SpAIBinder asBinder() override final { return mBinder; }
+  SpAIBinder asBinder() override final;
   const SpAIBinder& asBinderReference() { return mBinder; }
   bool isRemote() override final { return AIBinder_isRemote(mBinder.get()); }
 
@@ -152,23 +157,26 @@ class BpCInterface : public INTERFACE {
 
 // ---- inline definitions ----
 
+binder_status_t ICInterface::dump(int /*fd*/, const char** /*args*/, uint32_t /*numArgs*/) {
+  return STATUS_OK;
+}
+
 AIBinder_Class* ICInterface::defineClass(const char* interfaceDescriptor,
                                          AIBinder_Class_onTransact onTransact) {
-  AIBinder_Class* clazz = AIBinder_Class_define(interfaceDescriptor, ICInterfaceData::onCreate,
-                                                ICInterfaceData::onDestroy, onTransact);
-  if (clazz == nullptr) return nullptr;
-  AIBinder_Class_setOnDump(clazz, ICInterfaceData::onDump);
-  return clazz;
+  return defineClass(interfaceDescriptor, onTransact, nullptr, 0);
 }
 
 AIBinder_Class* ICInterface::defineClass(const char* interfaceDescriptor,
                                          AIBinder_Class_onTransact onTransact,
-                                         const char** transactionCodeToFunction,
-                                         size_t functionCount) {
-  AIBinder_Class* clazz = defineClass(interfaceDescriptor, onTransact);
+                                         const char** codeToFunction, size_t functionCount) {
+  AIBinder_Class* clazz = AIBinder_Class_define(interfaceDescriptor, ICInterfaceData::onCreate,
+                                                ICInterfaceData::onDestroy, onTransact);
   if (clazz == nullptr) return nullptr;
-  AIBinder_Class_setTransactionCodeToFunctionNameMap(clazz, transactionCodeToFunction,
-                                                     functionCount);
+  // Registered whether or not the interface overrides dump(); the default is harmless.
+  AIBinder_Class_setOnDump(clazz, ICInterfaceData::onDump);
+  if (codeToFunction != nullptr) {
+    AIBinder_Class_setTransactionCodeToFunctionNameMap(clazz, codeToFunction, functionCount);
+  }
   return clazz;
 }
 
@@ -217,4 +225,35 @@ SpAIBinder BnCInterface<INTERFACE>::asBinder() {
   return binder;
 }
 
+template <typename INTERFACE>
+SpAIBinder BpCInterface<INTERFACE>::asBinder() {
+  return mBinder;
+}
+
 }  // namespace ndk
+
+// std::make_shared and std::make_unique of a SharedRefBase would give the
+// object a second, independent owner; only SharedRefBase::make<T>() may
+// create one. These overloads turn such a call into a compile error, as on a
+// device.
+namespace ndk::internal {
+template <typename T, typename = void>
+struct is_complete_type : std::false_type {};
+template <typename T>
+struct is_complete_type<T, decltype(void(sizeof(T)))> : std::true_type {};
+}  // namespace ndk::internal
+
+namespace std {
+template <typename T, typename... Args,
+          std::enable_if_t<ndk::internal::is_complete_type<T>::value, bool> = true,
+          std::enable_if_t<std::is_base_of<ndk::SharedRefBase, T>::value, bool> = true>
+shared_ptr<T> make_shared(Args...) {
+  static_assert(!std::is_base_of<ndk::SharedRefBase, T>::value);
+}
+template <typename T, typename... Args,
+          std::enable_if_t<ndk::internal::is_complete_type<T>::value, bool> = true,
+          std::enable_if_t<std::is_base_of<ndk::SharedRefBase, T>::value, bool> = true>
+unique_ptr<T> make_unique(Args...) {
+  static_assert(!std::is_base_of<ndk::SharedRefBase, T>::value);
+}
+}  // namespace std

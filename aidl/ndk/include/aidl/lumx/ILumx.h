@@ -124,7 +124,10 @@ public:
 
     ParamValue() : _value(std::in_place_index<static_cast<size_t>(i)>, int32_t(0)) { }
 
-    template <typename _Tp, typename = std::enable_if_t<_not_self<_Tp>>>
+    template <typename _Tp, typename = std::enable_if_t<
+        _not_self<_Tp> &&
+        std::is_constructible_v<std::variant<int32_t, float>, _Tp>
+      >>
     // NOLINTNEXTLINE(google-explicit-constructor)
     constexpr ParamValue(_Tp&& _arg)
         : _value(std::forward<_Tp>(_arg)) {}
@@ -307,8 +310,11 @@ public:
       return _aidl_os.str();
     }
   };
+  class IReceiveAudioCallbackDelegator;
+
   class IReceiveAudioCallback : public ::ndk::ICInterface {
   public:
+    typedef IReceiveAudioCallbackDelegator DefaultDelegator;
     static const char* descriptor;
     IReceiveAudioCallback();
     virtual ~IReceiveAudioCallback();
