@@ -255,8 +255,8 @@ class LumxToolTest : public ::testing::Test {
 
   bool Start(lumx_test::Subprocess* p, const std::vector<std::string>& args,
              const std::string& binderDir = BinderDir()) {
-    return p->Start(lumx_test::BuildBinary("tools/lumx/lumx"), args, {{"LUMX_BINDER_DIR", binderDir}},
-                    Path("out"), Path("err"));
+    return p->Start(lumx_test::BuildBinary(tool_), args, {{"LUMX_BINDER_DIR", binderDir}}, Path("out"),
+                    Path("err"));
   }
   // Waits for the child (killing it if it hangs) and collects its output.
   RunResult Finish(lumx_test::Subprocess* p) {
@@ -279,6 +279,7 @@ class LumxToolTest : public ::testing::Test {
   }
 
   lumx_test::TempDir files_{"lumx-tool-files"};
+  std::string tool_ = "tools/lumx/lumx";
 };
 
 void WriteWav(const std::string& path, const std::vector<int16_t>& samples, int channels, int rate = 48000) {
@@ -564,6 +565,33 @@ TEST_F(LumxToolTest, RelayRefusals) {
   EXPECT_EQ(Run({"relay", "art0", "--play", Path("missing.wav")}).exitCode, 66);
   EXPECT_EQ(Run({"relay", "art0", "--record", Path("no/such/dir/rec.wav")}).exitCode, 73);
   EXPECT_TRUE(fake().Got().calls.empty());
+}
+
+// Built without libsndfile, as on Android, the tool refuses every WAV file
+// before it calls the daemon, says why, and still makes every other call.
+TEST_F(LumxToolTest, WithoutWavSupportFilesAreRefusedBeforeAnyCall) {
+  tool_ = "tools/lumx/lumx-nowav";
+  WriteWav(Path("in.wav"), Ramp(0, 100), 1);
+  const std::string why = "this lumx is built without WAV support (no libsndfile)";
+  const struct {
+    std::vector<std::string> args;
+    int exitCode;
+    std::string err;
+  } cases[] = {
+      {{"SendAudio", "art0", Path("in.wav")}, 66, "lumx: SendAudio: cannot read '" + Path("in.wav") + "': " + why},
+      {{"relay", "art0", "--play", Path("in.wav")}, 66, "lumx: relay: cannot read '" + Path("in.wav") + "': " + why},
+      {{"relay", "art0", "--record", Path("o.wav")}, 73, "lumx: relay: cannot create '" + Path("o.wav") + "': " + why},
+  };
+  for (const auto& c : cases) {
+    RunResult r = Run(c.args);
+    EXPECT_EQ(r.exitCode, c.exitCode) << c.args[0];
+    EXPECT_EQ(r.err, c.err + "\n");
+  }
+  EXPECT_TRUE(fake().Got().calls.empty());
+  fake().SetCanned({0, 0, {"p1"}});
+  RunResult r = Run({"ListProcessors"});
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(fake().Got().calls, std::vector<std::string>{"ListProcessors()"});
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
-// WAV file access for lumx (through libsndfile) and the conversion between
-// 16-bit samples and the little-endian bytes of an AudioPacket.
+// WAV file access for lumx and the conversion between 16-bit samples and the
+// little-endian bytes of an AudioPacket.
+//
+// WAV files go through libsndfile (wav_io.cpp). A build without it (the
+// Android one: AOSP has no libsndfile) links wav_io_none.cpp instead, where
+// every file operation fails with a message that says so; the byte
+// conversions (sample_bytes.cpp) are the same in both.
 #pragma once
-
-#include <sndfile.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -10,12 +13,12 @@
 #include <string>
 #include <vector>
 
+typedef struct sf_private_tag SNDFILE;
+
 namespace lumx::cli {
 
 struct SndFileCloser {
-  void operator()(SNDFILE* f) const {
-    if (f) sf_close(f);
-  }
+  void operator()(SNDFILE* f) const;
 };
 using SndFilePtr = std::unique_ptr<SNDFILE, SndFileCloser>;
 
