@@ -1,19 +1,31 @@
-// The Android build (Android.bp) and the host build (CMake) must compile the
-// same sources: a file added to one and not the other would build a different
-// daemon on the device than the one tested here.
+// The Android build files, checked the way Soong would read them:
+//  - Android.bp and the host build (CMake) compile the same sources, so the
+//    daemon tested here is the one built for the device;
+//  - every library a module names is a module of this tree or of AOSP (the
+//    list below), and no host variant depends on a device-only library;
+//  - every #include of every source a module compiles resolves through that
+//    module's include paths (its own, its dependencies' exported ones, or the
+//    headers an AOSP dependency provides).
+// Each check is also run on a damaged copy of Android.bp, to show it catches
+// the fault it is for.
 #include <gtest/gtest.h>
 
+#include <glob.h>
+#include <sys/stat.h>
+
 #include <fstream>
+#include <functional>
+#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path);
-  EXPECT_TRUE(in.good()) << path;
   std::stringstream ss;
   ss << in.rdbuf();
   return ss.str();
@@ -21,76 +33,441 @@ std::string ReadFile(const std::string& path) {
 
 std::string Source(const std::string& rel) { return ReadFile(std::string(LUMX_SOURCE_DIR) + "/" + rel); }
 
-// Strips // comments so commented-out entries do not count.
-std::string StripComments(const std::string& text, const std::string& marker) {
-  std::stringstream in(text), out;
-  std::string line;
-  while (std::getline(in, line)) {
-    auto pos = line.find(marker);
-    out << (pos == std::string::npos ? line : line.substr(0, pos)) << "\n";
-  }
-  return out.str();
+bool IsFile(const std::string& rel) {
+  struct stat st;
+  return stat((std::string(LUMX_SOURCE_DIR) + "/" + rel).c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
-// The quoted entries of the `srcs: [...]` list of the module `type` named
-// `name` (the interface and the tool are both called "lumx").
-std::set<std::string> BpSources(const std::string& type, const std::string& name) {
-  std::string bp = StripComments(Source("Android.bp"), "//");
-  std::smatch m;
-  std::regex head("\\n" + type + " \\{\\s*name: \"" + name + "\"");
-  bool found = std::regex_search(bp, m, head);
-  EXPECT_TRUE(found) << type << " " << name << " not in Android.bp";
-  if (!found) return {};
-  auto at = static_cast<size_t>(m.position(0));
-  // The module's body ends at the first line that is a lone closing brace.
-  auto end = bp.find("\n}", at);
-  std::string body = bp.substr(at, end - at);
-  auto srcs = body.find("srcs:");
-  EXPECT_NE(srcs, std::string::npos) << "module " << name << " has no srcs";
-  if (srcs == std::string::npos) return {};
-  std::string list = body.substr(srcs, body.find(']', srcs) - srcs);
-  std::set<std::string> out;
-  std::regex quoted("\"([^\"]+)\"");
-  for (std::sregex_iterator it(list.begin(), list.end(), quoted), e; it != e; ++it) out.insert((*it)[1]);
+// ---- a Blueprint reader: modules of `type { name: value, ... }` ----
+
+struct Value {
+  enum Kind { kString, kList, kMap, kBool } kind = kString;
+  std::string str;
+  std::vector<Value> list;
+  std::map<std::string, Value> map;
+  bool b = false;
+};
+
+struct Module {
+  std::string type;
+  std::string dir;  // of the Android.bp, relative to the tree ("" or "aidl")
+  Value props;
+  std::string Name() const {
+    auto it = props.map.find("name");
+    return it == props.map.end() ? "" : it->second.str;
+  }
+};
+
+class BlueprintParser {
+ public:
+  explicit BlueprintParser(const std::string& text) : s_(text) {}
+
+  std::vector<Module> Modules(const std::string& dir, std::string* error) {
+    std::vector<Module> out;
+    while (Skip(), pos_ < s_.size()) {
+      Module m;
+      m.dir = dir;
+      m.type = Ident();
+      if (m.type.empty() || !Expect('{')) break;
+      --pos_;
+      if (!ParseValue(&m.props)) break;
+      out.push_back(m);
+    }
+    if (pos_ < s_.size()) *error = "Blueprint syntax error at offset " + std::to_string(pos_);
+    return out;
+  }
+
+ private:
+  void Skip() {
+    while (pos_ < s_.size()) {
+      if (isspace(static_cast<unsigned char>(s_[pos_]))) {
+        ++pos_;
+      } else if (s_.compare(pos_, 2, "//") == 0) {
+        pos_ = s_.find('\n', pos_);
+        if (pos_ == std::string::npos) pos_ = s_.size();
+      } else if (s_.compare(pos_, 2, "/*") == 0) {
+        pos_ = s_.find("*/", pos_);
+        pos_ = pos_ == std::string::npos ? s_.size() : pos_ + 2;
+      } else {
+        return;
+      }
+    }
+  }
+  std::string Ident() {
+    Skip();
+    size_t start = pos_;
+    while (pos_ < s_.size() && (isalnum(static_cast<unsigned char>(s_[pos_])) || s_[pos_] == '_')) ++pos_;
+    return s_.substr(start, pos_ - start);
+  }
+  bool Expect(char c) {
+    Skip();
+    if (pos_ >= s_.size() || s_[pos_] != c) return false;
+    ++pos_;
+    return true;
+  }
+  bool ParseValue(Value* v) {
+    Skip();
+    if (pos_ >= s_.size()) return false;
+    char c = s_[pos_];
+    if (c == '"') {
+      v->kind = Value::kString;
+      for (++pos_; pos_ < s_.size() && s_[pos_] != '"'; ++pos_) {
+        if (s_[pos_] == '\\' && pos_ + 1 < s_.size()) ++pos_;
+        v->str += s_[pos_];
+      }
+      return Expect('"');
+    }
+    if (c == '[' || c == '{') {
+      const char close = c == '[' ? ']' : '}';
+      v->kind = c == '[' ? Value::kList : Value::kMap;
+      ++pos_;
+      while (!Expect(close)) {
+        if (v->kind == Value::kList) {
+          v->list.emplace_back();
+          if (!ParseValue(&v->list.back())) return false;
+        } else {
+          std::string key = Ident();
+          if (key.empty() || !Expect(':') || !ParseValue(&v->map[key])) return false;
+        }
+        if (!Expect(',') && !Expect(close)) return false;
+        if (s_[pos_ - 1] == close) return true;
+      }
+      return true;
+    }
+    std::string word = Ident();
+    v->kind = Value::kBool;
+    v->b = word == "true";
+    return word == "true" || word == "false";
+  }
+
+  const std::string& s_;
+  size_t pos_ = 0;
+};
+
+// ---- the module graph of the tree ----
+
+// AOSP modules this tree may name: whether they have device and host
+// variants, and the headers they provide ("dir/" or one file). Where the
+// host variant is not certain it is left out, which errs on the safe side.
+struct AospModule {
+  bool device;
+  bool host;
+  std::vector<std::string> headers;
+};
+const std::map<std::string, AospModule>& AospModules() {
+  static const auto* m = new std::map<std::string, AospModule>{
+      {"libbinder_ndk", {true, false, {"android/binder_"}}},
+      {"liblog", {true, true, {"android/log.h", "log/"}}},
+      {"libpower", {true, false, {"hardware_legacy/power.h"}}},
+      {"libevent", {true, true, {"event2/"}}},
+      {"libbase", {true, true, {"android-base/"}}},
+      {"libgtest", {true, true, {"gtest/"}}},
+      {"libgtest_main", {true, true, {}}},
+      {"libgmock", {true, true, {"gmock/", "gtest/"}}},
+  };
+  return *m;
+}
+
+const char* const kDepProps[] = {"shared_libs", "static_libs", "whole_static_libs", "header_libs"};
+
+struct Tree {
+  std::map<std::string, Module> modules;  // cc modules and generated libraries, defaults merged
+  std::vector<std::string> problems;
+
+  bool HasVariant(const std::string& name, bool host) const {
+    if (auto it = modules.find(name); it != modules.end()) return Supports(it->second, host);
+    if (auto it = AospModules().find(name); it != AospModules().end()) return host ? it->second.host : it->second.device;
+    return false;
+  }
+  static bool Supports(const Module& m, bool host) {
+    const bool hostOnly = m.type.find("_host") != std::string::npos || Flag(m, "device_supported", true) == false;
+    if (host) return hostOnly || Flag(m, "host_supported", false);
+    return !hostOnly;
+  }
+  static bool Flag(const Module& m, const std::string& prop, bool dflt) {
+    auto it = m.props.map.find(prop);
+    return it == m.props.map.end() ? dflt : it->second.b;
+  }
+  static std::vector<std::string> Strings(const Value& v, const std::string& prop) {
+    std::vector<std::string> out;
+    if (auto it = v.map.find(prop); it != v.map.end())
+      for (const Value& e : it->second.list) out.push_back(e.str);
+    return out;
+  }
+  // The libraries the module's variant links: its own lists, the target's
+  // (target: { host: ..., android: ... }) and a test's gtest.
+  static std::vector<std::string> Deps(const Module& m, bool host) {
+    std::vector<std::string> out;
+    const Value* target = nullptr;
+    if (auto t = m.props.map.find("target"); t != m.props.map.end()) {
+      auto v = t->second.map.find(host ? "host" : "android");
+      if (v != t->second.map.end()) target = &v->second;
+    }
+    for (const char* prop : kDepProps) {
+      for (const auto& d : Strings(m.props, prop)) out.push_back(d);
+      if (target != nullptr)
+        for (const auto& d : Strings(*target, prop)) out.push_back(d);
+    }
+    if (m.type.rfind("cc_test", 0) == 0 && Flag(m, "gtest", true)) {
+      out.push_back("libgtest");
+      out.push_back("libgtest_main");
+    }
+    return out;
+  }
+};
+
+// Appends `from`'s lists to `into`'s and takes its other values where
+// `into` has none (how cc_defaults apply).
+void Merge(Value* into, const Value& from) {
+  for (const auto& [key, v] : from.map) {
+    auto it = into->map.find(key);
+    if (it == into->map.end()) {
+      into->map[key] = v;
+    } else if (v.kind == Value::kList) {
+      it->second.list.insert(it->second.list.begin(), v.list.begin(), v.list.end());
+    } else if (v.kind == Value::kMap) {
+      Merge(&it->second, v);
+    }
+  }
+}
+
+Tree LoadTree(const std::map<std::string, std::string>& bpFiles) {
+  Tree tree;
+  std::map<std::string, Module> defaults;
+  std::vector<Module> all;
+  for (const auto& [dir, text] : bpFiles) {
+    std::string error;
+    std::string copy = text;
+    for (Module& m : BlueprintParser(copy).Modules(dir, &error)) all.push_back(m);
+    if (!error.empty()) tree.problems.push_back(dir + "/Android.bp: " + error);
+  }
+  for (const Module& m : all)
+    if (m.type == "cc_defaults") defaults[m.Name()] = m;
+  for (Module m : all) {
+    if (m.type == "aidl_interface") {
+      // The NDK backend's library of the newest frozen version.
+      Module lib;
+      lib.type = "cc_library";
+      lib.dir = m.dir;
+      std::string version;
+      for (const Value& v : m.props.map["versions_with_info"].list) version = v.map.at("version").str;
+      lib.props.map["name"].str = m.Name() + "-V" + version + "-ndk";
+      lib.props.map["host_supported"] = m.props.map["host_supported"];
+      tree.modules[lib.Name()] = lib;
+      continue;
+    }
+    if (m.type.rfind("cc_", 0) != 0 || m.type == "cc_defaults") continue;
+    for (const auto& d : Tree::Strings(m.props, "defaults")) {
+      // Defaults may name defaults.
+      Module def = defaults[d];
+      for (const auto& dd : Tree::Strings(def.props, "defaults")) Merge(&def.props, defaults[dd].props);
+      Merge(&m.props, def.props);
+    }
+    tree.modules[m.Name()] = m;
+  }
+  return tree;
+}
+
+std::map<std::string, std::string> RealBpFiles() {
+  return {{"", Source("Android.bp")}, {"aidl", Source("aidl/Android.bp")}};
+}
+
+// ---- the checks; each returns the faults it found ----
+
+std::vector<std::string> CheckDependencies(const Tree& tree) {
+  std::vector<std::string> out = tree.problems;
+  for (const auto& [name, m] : tree.modules) {
+    for (bool host : {false, true}) {
+      if (!Tree::Supports(m, host)) continue;
+      for (const auto& dep : Tree::Deps(m, host)) {
+        if (!tree.modules.count(dep) && !AospModules().count(dep)) {
+          out.push_back(name + ": " + dep + " is no module of this tree or of AOSP");
+        } else if (!tree.HasVariant(dep, host)) {
+          out.push_back(name + ": its " + (host ? "host" : "device") + " variant depends on " + dep +
+                        ", which has none");
+        }
+      }
+    }
+  }
   return out;
 }
 
-// Every *.cpp word of a CMake file, prefixed with `dir`.
+// The files a srcs entry names, relative to the tree. "a/**/b" matches b in
+// a and in the folders below it (two levels deep is as far as this tree goes).
+std::vector<std::string> Expand(const std::string& dir, const std::string& pattern) {
+  const std::string root = std::string(LUMX_SOURCE_DIR) + "/";
+  const std::string base = root + (dir.empty() ? "" : dir + "/");
+  std::vector<std::string> forms = {pattern};
+  if (const size_t deep = pattern.find("**/"); deep != std::string::npos) {
+    const std::string head = pattern.substr(0, deep), tail = pattern.substr(deep + 3);
+    forms = {head + tail, head + "*/" + tail, head + "*/*/" + tail};
+  }
+  std::vector<std::string> out;
+  for (const auto& f : forms) {
+    glob_t g{};
+    if (glob((base + f).c_str(), 0, nullptr, &g) == 0)
+      for (size_t i = 0; i < g.gl_pathc; ++i) out.push_back(std::string(g.gl_pathv[i]).substr(root.size()));
+    globfree(&g);
+  }
+  return out;
+}
+
+// Headers of the C++ library (no extension), of the C library (bionic has
+// all of these) and of the compiler.
+bool IsSystemHeader(const std::string& inc) {
+  static const std::set<std::string> kLibc = {
+      "assert.h", "ctype.h",  "dirent.h", "errno.h",  "fcntl.h",  "ftw.h",   "glob.h",   "inttypes.h",
+      "limits.h", "math.h",   "poll.h",   "pthread.h", "sched.h", "signal.h", "spawn.h", "stdarg.h",
+      "stddef.h", "stdint.h", "stdio.h",  "stdlib.h", "string.h", "syslog.h", "termios.h", "time.h",
+      "unistd.h"};
+  static const std::set<std::string> kDirs = {"sys", "linux", "asm", "net", "netinet", "arpa", "sanitizer"};
+  const size_t slash = inc.find('/');
+  if (slash == std::string::npos) return inc.find('.') == std::string::npos || kLibc.count(inc) > 0;
+  return kDirs.count(inc.substr(0, slash)) > 0;
+}
+
+std::vector<std::string> CheckIncludes(const Tree& tree) {
+  std::vector<std::string> out;
+  static const std::regex kInclude("^\\s*#\\s*include\\s*([<\"])([^>\"]+)[>\"]");
+  for (const auto& [name, m] : tree.modules) {
+    const auto srcs = Tree::Strings(m.props, "srcs");
+    if (srcs.empty()) continue;
+    // Include roots: the module's folder, its own and exported folders, and
+    // what its in-tree dependencies export.
+    std::vector<std::string> roots = {m.dir};
+    auto addRoots = [&](const Module& of, const char* prop) {
+      for (const auto& d : Tree::Strings(of.props, prop))
+        roots.push_back(d == "." ? of.dir : of.dir.empty() ? d : of.dir + "/" + d);
+    };
+    addRoots(m, "local_include_dirs");
+    addRoots(m, "export_include_dirs");
+    std::vector<const AospModule*> providers;
+    std::set<std::string> deps;
+    for (bool host : {false, true})
+      if (Tree::Supports(m, host))
+        for (const auto& d : Tree::Deps(m, host)) deps.insert(d);
+    for (const auto& d : deps) {
+      if (auto it = tree.modules.find(d); it != tree.modules.end()) addRoots(it->second, "export_include_dirs");
+      if (auto it = AospModules().find(d); it != AospModules().end()) providers.push_back(&it->second);
+      if (d.size() > 4 && d.compare(d.size() - 4, 4, "-ndk") == 0) {
+        static const AospModule kBinding{true, true, {"aidl/" + d.substr(0, d.find("-V")) + "/"}};
+        providers.push_back(&kBinding);
+      }
+    }
+    std::vector<std::string> todo;
+    for (const auto& s : srcs)
+      for (const auto& f : Expand(m.dir, s)) todo.push_back(f);
+    std::set<std::string> seen(todo.begin(), todo.end());
+    while (!todo.empty()) {
+      const std::string file = todo.back();
+      todo.pop_back();
+      std::istringstream in(Source(file));
+      for (std::string line; std::getline(in, line);) {
+        std::smatch sm;
+        if (line.find("#include") == std::string::npos || !std::regex_search(line, sm, kInclude)) continue;
+        const std::string inc = sm[2];
+        std::string found;
+        const std::string here = file.substr(0, file.find_last_of('/') + 1);
+        if (sm[1] == "\"" && IsFile(here + inc)) found = here + inc;
+        for (size_t r = 0; found.empty() && r < roots.size(); ++r) {
+          const std::string cand = roots[r].empty() ? inc : roots[r] + "/" + inc;
+          if (IsFile(cand)) found = cand;
+        }
+        if (!found.empty()) {
+          if (seen.insert(found).second) todo.push_back(found);
+          continue;
+        }
+        bool provided = IsSystemHeader(inc);
+        for (const AospModule* p : providers)
+          for (const auto& h : p->headers) provided = provided || inc.compare(0, h.size(), h) == 0;
+        if (!provided) out.push_back(name + ": " + file + " includes " + inc + ", which no include path of it reaches");
+      }
+    }
+  }
+  return out;
+}
+
+// ---- sources: the same as the host build's ----
+
 std::set<std::string> CMakeCppFiles(const std::string& rel, const std::string& dir) {
-  std::string text = StripComments(Source(rel), "#");
+  std::string text = Source(rel);
+  text = std::regex_replace(text, std::regex("#[^\n]*"), "");
   std::set<std::string> out;
-  std::regex cpp("([A-Za-z0-9_./-]+\\.cpp)");
+  static const std::regex cpp("([A-Za-z0-9_./-]+\\.cpp)");
   for (std::sregex_iterator it(text.begin(), text.end(), cpp), e; it != e; ++it) out.insert(dir + (*it)[1].str());
   return out;
 }
 
-TEST(AndroidBp, DaemonSourcesMatchCMake) {
-  std::set<std::string> cmake = CMakeCppFiles("cmake/sources.cmake", "");
-  std::set<std::string> main = {"daemon/main.cpp"};
-  std::set<std::string> core;
-  for (const auto& f : cmake)
-    if (!main.count(f)) core.insert(f);
-  EXPECT_EQ(BpSources("cc_library_static", "lumxd_core"), core);
-  EXPECT_EQ(BpSources("cc_binary", "lumxd"), main);
+std::set<std::string> BpSources(const Tree& tree, const std::string& name) {
+  auto it = tree.modules.find(name);
+  EXPECT_NE(it, tree.modules.end()) << name << " not in Android.bp";
+  if (it == tree.modules.end()) return {};
+  auto v = Tree::Strings(it->second.props, "srcs");
+  return {v.begin(), v.end()};
 }
 
-TEST(AndroidBp, ToolSourcesMatchCMake) {
-  EXPECT_EQ(BpSources("cc_binary", "lumx"), CMakeCppFiles("tools/lumx/CMakeLists.txt", "tools/lumx/"));
-  EXPECT_EQ(BpSources("cc_binary_host", "lumx-dspsim"), CMakeCppFiles("tools/lumx-dspsim/CMakeLists.txt", "tools/lumx-dspsim/"));
+TEST(AndroidBp, DaemonAndToolSourcesMatchTheHostBuild) {
+  Tree tree = LoadTree(RealBpFiles());
+  ASSERT_TRUE(tree.problems.empty()) << tree.problems[0];
+  std::set<std::string> core = CMakeCppFiles("cmake/sources.cmake", "");
+  ASSERT_EQ(core.erase("daemon/main.cpp"), 1u);
+  EXPECT_EQ(BpSources(tree, "lumxd_core"), core);
+  EXPECT_EQ(BpSources(tree, "lumxd"), std::set<std::string>{"daemon/main.cpp"});
+  // The tools build without libsndfile on Android: the host build's WAV
+  // source is replaced by the stand-in it compiles too.
+  for (const std::string tool : {"lumx", "lumx-dspsim"}) {
+    std::set<std::string> cmake = CMakeCppFiles("tools/" + tool + "/CMakeLists.txt", "tools/" + tool + "/");
+    EXPECT_EQ(cmake.erase("tools/" + tool + "/wav_io.cpp"), 1u) << tool;
+    EXPECT_EQ(cmake.count("tools/" + tool + "/wav_io_none.cpp"), 1u) << tool;
+    EXPECT_EQ(BpSources(tree, tool), cmake) << tool;
+  }
 }
 
-TEST(AndroidBp, InterfaceAndInitScript) {
-  std::string bp = Source("Android.bp");
-  EXPECT_NE(bp.find("init_rc: [\"lumxd.rc\"]"), std::string::npos);
-  std::string aidl = Source("aidl/Android.bp");
-  EXPECT_NE(aidl.find("srcs: [\"lumx/ILumx.aidl\"]"), std::string::npos);
-  EXPECT_NE(aidl.find("version: \"2\""), std::string::npos);
-  std::string rc = Source("lumxd.rc");
-  EXPECT_NE(rc.find("service lumxd /system/bin/lumxd"), std::string::npos);
-  // Real-time priority for the I/O threads and the wake lock need these.
-  EXPECT_NE(rc.find("SYS_NICE"), std::string::npos);
-  EXPECT_NE(rc.find("BLOCK_SUSPEND"), std::string::npos);
-  EXPECT_NE(rc.find("wakelock"), std::string::npos);
+TEST(AndroidBp, DependenciesExistWithTheVariantsTheyAreUsedIn) {
+  for (const auto& p : CheckDependencies(LoadTree(RealBpFiles()))) ADD_FAILURE() << p;
+}
+
+TEST(AndroidBp, EveryIncludeResolvesThroughTheModulesIncludePaths) {
+  Tree tree = LoadTree(RealBpFiles());
+  ASSERT_GE(tree.modules.size(), 6u);
+  for (const auto& p : CheckIncludes(tree)) ADD_FAILURE() << p;
+}
+
+// The checks above, on Android.bp with one fault put in.
+TEST(AndroidBp, ChecksCatchTheFaultsTheyAreFor) {
+  struct Case {
+    const char* what;
+    std::string from, to;
+    std::function<std::vector<std::string>(const Tree&)> check;
+    std::string expect;
+  };
+  const std::vector<Case> cases = {
+      {"a library AOSP does not have", "\"tools/lumx/lumx_relay.cpp\",\n    ],\n",
+       "\"tools/lumx/lumx_relay.cpp\",\n    ],\n    shared_libs: [\"libsndfile\"],\n", CheckDependencies,
+       "lumx: libsndfile is no module of this tree or of AOSP"},
+      {"a host variant of the tests", "    name: \"lumxd_tests\",\n",
+       "    name: \"lumxd_tests\",\n    host_supported: true,\n", CheckDependencies,
+       "lumxd_tests: its host variant depends on libpower, which has none"},
+      {"a device module on a host-only one", "static_libs: [\"lumxd_core\"],",
+       "static_libs: [\"lumxd_core\", \"lumx-dspsim\"],", CheckDependencies,
+       "lumxd: its device variant depends on lumx-dspsim, which has none"},
+      {"the log capture header not exported", "        \"tests/support/include\",\n", "", CheckIncludes,
+       "includes lumx_host/log_capture.h, which no include path of it reaches"},
+      {"the test rigs not exported", "        \"tests\",\n        \"tests/support/include\",\n",
+       "        \"tests/support/include\",\n", CheckIncludes,
+       "tests/buffer/buffer_rx_test.cpp includes support/buffer_dev_dir.h"},
+      {"the WAV library's header in a device build", "\"tools/lumx/wav_io_none.cpp\"", "\"tools/lumx/wav_io.cpp\"",
+       CheckIncludes, "lumx: tools/lumx/wav_io.cpp includes sndfile.h"},
+  };
+  for (const Case& c : cases) {
+    auto files = RealBpFiles();
+    const size_t at = files[""].find(c.from);
+    ASSERT_NE(at, std::string::npos) << c.what;
+    files[""].replace(at, c.from.size(), c.to);
+    std::string all;
+    for (const auto& p : c.check(LoadTree(files))) all += p + "\n";
+    EXPECT_NE(all.find(c.expect), std::string::npos) << c.what << "; found:\n" << all;
+  }
 }
 
 }  // namespace

@@ -1,15 +1,20 @@
-// Host-only test hook: in-process capture of the Android log calls.
+// Test hook: in-process capture of the Android log calls.
 //
 //   lumx_host::LogCapture capture;      // collects while alive
 //   __android_log_print(ANDROID_LOG_INFO, "lumx", "hello %d", 1);
 //   auto e = capture.entries();         // {{ANDROID_LOG_INFO, "lumx", "hello 1"}}
 //
-// Every entry that passes the $LUMX_LOG_LEVEL filter is recorded, with the
+// Every entry that passes the log's priority filter is recorded, with the
 // message exactly as logged: after formatting and truncation to 1023 bytes,
-// a trailing newline (as in "Start %s\n") kept as it was passed. Several captures may be alive at
-// once; each sees the entries logged during its lifetime. Thread-safe.
-// Entries are still written to stderr unless setEcho(false) was called on a
-// live capture.
+// a trailing newline (as in "Start %s\n") kept as it was passed. Several
+// captures may be alive at once; each sees the entries logged during its
+// lifetime. Thread-safe. Entries are still written to the log (stderr on the
+// host, logd on a device) unless setEcho(false) was called on a live capture.
+//
+// Two builds provide it: the host runtime's liblog (platform/host/log) and,
+// on a device, tests/support/android/log_capture.cpp through liblog's logger
+// hook. The header lives with the test support so that both builds export it
+// without exporting the host's Android headers.
 #pragma once
 
 #include <cstddef>
@@ -58,7 +63,8 @@ class LogCapture {
 
 // The part of a stderr line after the time, pid and tid fields, as the host
 // logger writes it: "<P> <tag padded to 8>: <message>\n" (a message that
-// already ends in a newline gets no second one). Exposed for tests.
+// already ends in a newline gets no second one). Exposed for the host log's
+// tests; the device build does not define it.
 std::string FormatLogLineTail(int priority, const char* tag, const char* message);
 
 }  // namespace lumx_host
