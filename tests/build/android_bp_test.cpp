@@ -5,7 +5,9 @@
 //    list below), and no host variant depends on a device-only library;
 //  - every #include of every source a module compiles resolves through that
 //    module's include paths (its own, its dependencies' exported ones, or the
-//    headers an AOSP dependency provides).
+//    headers an AOSP dependency provides);
+//  - the init script, the SELinux policy and the ueventd lines agree with
+//    each other and with what the daemon opens and serves.
 // Each check is also run on a damaged copy of Android.bp, to show it catches
 // the fault it is for.
 #include <gtest/gtest.h>
@@ -468,6 +470,71 @@ TEST(AndroidBp, ChecksCatchTheFaultsTheyAreFor) {
     for (const auto& p : c.check(LoadTree(files))) all += p + "\n";
     EXPECT_NE(all.find(c.expect), std::string::npos) << c.what << "; found:\n" << all;
   }
+}
+
+// ---- init script, SELinux policy and ueventd lines ----
+
+// The regular expressions of a file_contexts or service_contexts file, each
+// with the type of its label.
+std::vector<std::pair<std::string, std::string>> Contexts(const std::string& rel) {
+  std::vector<std::pair<std::string, std::string>> out;
+  std::istringstream in(Source(rel));
+  for (std::string line; std::getline(in, line);) {
+    std::istringstream words(line);
+    std::string pattern, label;
+    if (!(words >> pattern >> label) || pattern[0] == '#') continue;
+    std::smatch m;
+    if (std::regex_match(label, m, std::regex("u:object_r:([a-z_]+):s0"))) out.emplace_back(pattern, m[1]);
+  }
+  return out;
+}
+
+std::string TypeOf(const std::vector<std::pair<std::string, std::string>>& contexts, const std::string& path) {
+  std::string type;
+  for (const auto& [pattern, t] : contexts)
+    if (std::regex_match(path, std::regex(pattern))) type = t;  // the last match wins
+  return type;
+}
+
+TEST(DevicePolicy, InitScriptPolicyAndNodeOwnersAgree) {
+  const std::string rc = Source("lumxd.rc");
+  std::smatch m;
+  ASSERT_TRUE(std::regex_search(rc, m, std::regex("service lumxd (\\S+)"))) << rc;
+  const std::string binary = m[1];
+  EXPECT_EQ(binary, "/system_ext/bin/lumxd");
+  EXPECT_NE(rc.find("interface aidl lumx.ILumx/default"), std::string::npos);
+  // SCHED_FIFO for the I/O threads; the wake lock needs neither the legacy
+  // capability nor the sysfs group.
+  EXPECT_TRUE(std::regex_search(rc, std::regex("\n\\s*capabilities SYS_NICE\\s*\n")));
+  EXPECT_EQ(rc.find("BLOCK_SUSPEND"), std::string::npos);
+  EXPECT_EQ(rc.find("wakelock"), std::string::npos);
+  EXPECT_NE(Source("Android.bp").find("init_rc: [\"lumxd.rc\"]"), std::string::npos);
+
+  const auto files = Contexts("sepolicy/private/file_contexts");
+  const auto services = Contexts("sepolicy/private/service_contexts");
+  EXPECT_EQ(TypeOf(files, binary), "lumxd_exec");
+  EXPECT_EQ(TypeOf(files, "/system/system_ext/bin/lumxd"), "lumxd_exec");
+  for (const char* node : {"/dev/zch-lumx_control", "/dev/zch-lumx_tapout20", "/dev/zch-lumx_inject41", "/dev/lum"})
+    EXPECT_EQ(TypeOf(files, node), "lumx_device") << node;
+  EXPECT_EQ(TypeOf(files, "/dev/zch-other"), "");
+  EXPECT_EQ(TypeOf(services, "lumx.ILumx/default"), "lumx_service");
+
+  // Every type the contexts name is declared, and the domain serves the
+  // service, opens the nodes and takes wake locks.
+  std::string te;
+  for (const char* f : {"lumxd.te", "device.te", "service.te", "lumx_client.te"}) te += Source(std::string("sepolicy/private/") + f);
+  for (const char* type : {"lumxd_exec", "lumx_device", "lumx_service"})
+    EXPECT_TRUE(std::regex_search(te, std::regex(std::string("\ntype ") + type + ","))) << type;
+  for (const char* rule : {"init_daemon_domain(lumxd)", "add_service(lumxd, lumx_service)", "wakelock_use(lumxd)",
+                           "allow lumxd lumx_device:chr_file rw_file_perms;", "allow lumxd self:process setsched;"})
+    EXPECT_NE(te.find(rule), std::string::npos) << rule;
+
+  // ueventd: the nodes, read-write for the group the daemon runs in.
+  ASSERT_TRUE(std::regex_search(rc, m, std::regex("\n\\s*group (\\S+)")));
+  const std::string group = m[1];
+  const std::string ueventd = Source("sepolicy/ueventd.lumx.rc");
+  EXPECT_TRUE(std::regex_search(ueventd, std::regex("\n/dev/zch-lumx_\\*\\s+0660\\s+\\S+\\s+" + group + "\\s*\n")))
+      << ueventd;
 }
 
 }  // namespace
