@@ -43,229 +43,156 @@ bool IsFile(const std::string& rel) {
 // ---- a Blueprint reader: modules of `type { name: value, ... }` ----
 
 struct Value {
-  enum Kind { kString, kList, kMap, kBool } kind = kString;
-  std::string str;
+  std::string str;  // a string, or "true"/"false"
   std::vector<Value> list;
   std::map<std::string, Value> map;
-  bool b = false;
 };
 
 struct Module {
-  std::string type;
-  std::string dir;  // of the Android.bp, relative to the tree ("" or "aidl")
+  std::string type, dir;  // dir: of the Android.bp, relative to the tree
   Value props;
-  std::string Name() const {
-    auto it = props.map.find("name");
-    return it == props.map.end() ? "" : it->second.str;
+  std::string Name() const { return props.map.count("name") ? props.map.at("name").str : ""; }
+  bool Flag(const std::string& prop, bool dflt) const {
+    return props.map.count(prop) ? props.map.at(prop).str == "true" : dflt;
   }
 };
 
+std::vector<std::string> Strings(const Value& v, const std::string& prop) {
+  std::vector<std::string> out;
+  if (auto it = v.map.find(prop); it != v.map.end())
+    for (const Value& e : it->second.list) out.push_back(e.str);
+  return out;
+}
+
+// Strings, words and punctuation; comments are dropped.
 class BlueprintParser {
  public:
-  explicit BlueprintParser(const std::string& text) : s_(text) {}
-
-  std::vector<Module> Modules(const std::string& dir, std::string* error) {
-    std::vector<Module> out;
-    while (Skip(), pos_ < s_.size()) {
-      Module m;
-      m.dir = dir;
-      m.type = Ident();
-      if (m.type.empty() || !Expect('{')) break;
-      --pos_;
-      if (!ParseValue(&m.props)) break;
-      out.push_back(m);
+  explicit BlueprintParser(const std::string& text) {
+    static const std::regex kToken(R"re("(?:[^"\\]|\\.)*"|[A-Za-z_][A-Za-z0-9_]*|[{}\[\]:,]|//[^\n]*|/\*[^*]*\*/|\S)re");
+    for (std::sregex_iterator it(text.begin(), text.end(), kToken), e; it != e; ++it)
+      if (it->str().compare(0, 2, "//") != 0 && it->str().compare(0, 2, "/*") != 0) tokens_.push_back(it->str());
+  }
+  // False on a syntax error.
+  bool Modules(const std::string& dir, std::vector<Module>* out) {
+    while (at_ < tokens_.size()) {
+      Module m{tokens_[at_++], dir, {}};
+      if (!Parse(&m.props) || m.props.map.empty()) return false;
+      out->push_back(m);
     }
-    if (pos_ < s_.size()) *error = "Blueprint syntax error at offset " + std::to_string(pos_);
-    return out;
+    return true;
   }
 
  private:
-  void Skip() {
-    while (pos_ < s_.size()) {
-      if (isspace(static_cast<unsigned char>(s_[pos_]))) {
-        ++pos_;
-      } else if (s_.compare(pos_, 2, "//") == 0) {
-        pos_ = s_.find('\n', pos_);
-        if (pos_ == std::string::npos) pos_ = s_.size();
-      } else if (s_.compare(pos_, 2, "/*") == 0) {
-        pos_ = s_.find("*/", pos_);
-        pos_ = pos_ == std::string::npos ? s_.size() : pos_ + 2;
-      } else {
-        return;
-      }
-    }
-  }
-  std::string Ident() {
-    Skip();
-    size_t start = pos_;
-    while (pos_ < s_.size() && (isalnum(static_cast<unsigned char>(s_[pos_])) || s_[pos_] == '_')) ++pos_;
-    return s_.substr(start, pos_ - start);
-  }
-  bool Expect(char c) {
-    Skip();
-    if (pos_ >= s_.size() || s_[pos_] != c) return false;
-    ++pos_;
-    return true;
-  }
-  bool ParseValue(Value* v) {
-    Skip();
-    if (pos_ >= s_.size()) return false;
-    char c = s_[pos_];
-    if (c == '"') {
-      v->kind = Value::kString;
-      for (++pos_; pos_ < s_.size() && s_[pos_] != '"'; ++pos_) {
-        if (s_[pos_] == '\\' && pos_ + 1 < s_.size()) ++pos_;
-        v->str += s_[pos_];
-      }
-      return Expect('"');
-    }
-    if (c == '[' || c == '{') {
-      const char close = c == '[' ? ']' : '}';
-      v->kind = c == '[' ? Value::kList : Value::kMap;
-      ++pos_;
-      while (!Expect(close)) {
-        if (v->kind == Value::kList) {
-          v->list.emplace_back();
-          if (!ParseValue(&v->list.back())) return false;
-        } else {
-          std::string key = Ident();
-          if (key.empty() || !Expect(':') || !ParseValue(&v->map[key])) return false;
-        }
-        if (!Expect(',') && !Expect(close)) return false;
-        if (s_[pos_ - 1] == close) return true;
-      }
+  bool Next(const char* t) { return at_ < tokens_.size() && tokens_[at_] == t && ++at_; }
+  bool Parse(Value* v) {
+    if (at_ >= tokens_.size()) return false;
+    const std::string t = tokens_[at_++];
+    if (t[0] == '"') {
+      for (size_t i = 1; i + 1 < t.size(); ++i) v->str += t[i] == '\\' ? t[++i] : t[i];
       return true;
     }
-    std::string word = Ident();
-    v->kind = Value::kBool;
-    v->b = word == "true";
-    return word == "true" || word == "false";
+    if (t != "[" && t != "{") return (v->str = t) == "true" || t == "false";
+    const char* close = t == "[" ? "]" : "}";
+    while (!Next(close)) {
+      if (t == "[") {
+        v->list.emplace_back();
+        if (!Parse(&v->list.back())) return false;
+      } else {
+        if (at_ + 1 >= tokens_.size() || tokens_[at_ + 1] != ":") return false;
+        const std::string key = tokens_[at_];
+        at_ += 2;
+        if (!Parse(&v->map[key])) return false;
+      }
+      if (!Next(",") && !Next(close)) return false;
+      if (tokens_[at_ - 1] == close) return true;
+    }
+    return true;
   }
 
-  const std::string& s_;
-  size_t pos_ = 0;
+  std::vector<std::string> tokens_;
+  size_t at_ = 0;
 };
 
-// ---- the module graph of the tree ----
+// ---- the module graph ----
 
 // AOSP modules this tree may name: whether they have device and host
-// variants, and the headers they provide ("dir/" or one file). Where the
-// host variant is not certain it is left out, which errs on the safe side.
+// variants, and the headers they provide ("dir/" or one file). A host
+// variant not known for certain is left out, which errs on the safe side.
 struct AospModule {
-  bool device;
-  bool host;
+  bool device, host;
   std::vector<std::string> headers;
 };
-const std::map<std::string, AospModule>& AospModules() {
-  static const auto* m = new std::map<std::string, AospModule>{
-      {"libbinder_ndk", {true, false, {"android/binder_"}}},
-      {"liblog", {true, true, {"android/log.h", "log/"}}},
-      {"libpower", {true, false, {"hardware_legacy/power.h"}}},
-      {"libevent", {true, true, {"event2/"}}},
-      {"libbase", {true, true, {"android-base/"}}},
-      {"libgtest", {true, true, {"gtest/"}}},
-      {"libgtest_main", {true, true, {}}},
-      {"libgmock", {true, true, {"gmock/", "gtest/"}}},
-  };
-  return *m;
+const std::map<std::string, AospModule> kAosp = {
+    {"libbinder_ndk", {true, false, {"android/binder_"}}},
+    {"liblog", {true, true, {"android/log.h", "log/"}}},
+    {"libpower", {true, false, {"hardware_legacy/power.h"}}},
+    {"libevent", {true, true, {"event2/"}}},
+    {"libbase", {true, true, {"android-base/"}}},
+    {"libgtest", {true, true, {"gtest/"}}},
+    {"libgtest_main", {true, true, {}}},
+    {"libgmock", {true, true, {"gmock/", "gtest/"}}},
+};
+
+bool Supports(const Module& m, bool host) {
+  const bool hostOnly = m.type.find("_host") != std::string::npos || !m.Flag("device_supported", true);
+  return host ? hostOnly || m.Flag("host_supported", false) : !hostOnly;
 }
 
-const char* const kDepProps[] = {"shared_libs", "static_libs", "whole_static_libs", "header_libs"};
+// The libraries a variant links: the module's lists, its target's
+// (target: { host: ..., android: ... }) and a test's gtest.
+std::vector<std::string> Deps(const Module& m, bool host) {
+  std::vector<std::string> out;
+  Value target;
+  if (m.props.map.count("target") && m.props.map.at("target").map.count(host ? "host" : "android"))
+    target = m.props.map.at("target").map.at(host ? "host" : "android");
+  for (const char* prop : {"shared_libs", "static_libs", "whole_static_libs", "header_libs"})
+    for (const Value* v : {&m.props, static_cast<const Value*>(&target)})
+      for (const auto& d : Strings(*v, prop)) out.push_back(d);
+  if (m.type == "cc_test" && m.Flag("gtest", true)) out.insert(out.end(), {"libgtest", "libgtest_main"});
+  return out;
+}
 
 struct Tree {
-  std::map<std::string, Module> modules;  // cc modules and generated libraries, defaults merged
+  std::map<std::string, Module> modules;  // cc modules with their defaults, generated libraries
   std::vector<std::string> problems;
-
   bool HasVariant(const std::string& name, bool host) const {
-    if (auto it = modules.find(name); it != modules.end()) return Supports(it->second, host);
-    if (auto it = AospModules().find(name); it != AospModules().end()) return host ? it->second.host : it->second.device;
-    return false;
-  }
-  static bool Supports(const Module& m, bool host) {
-    const bool hostOnly = m.type.find("_host") != std::string::npos || Flag(m, "device_supported", true) == false;
-    if (host) return hostOnly || Flag(m, "host_supported", false);
-    return !hostOnly;
-  }
-  static bool Flag(const Module& m, const std::string& prop, bool dflt) {
-    auto it = m.props.map.find(prop);
-    return it == m.props.map.end() ? dflt : it->second.b;
-  }
-  static std::vector<std::string> Strings(const Value& v, const std::string& prop) {
-    std::vector<std::string> out;
-    if (auto it = v.map.find(prop); it != v.map.end())
-      for (const Value& e : it->second.list) out.push_back(e.str);
-    return out;
-  }
-  // The libraries the module's variant links: its own lists, the target's
-  // (target: { host: ..., android: ... }) and a test's gtest.
-  static std::vector<std::string> Deps(const Module& m, bool host) {
-    std::vector<std::string> out;
-    const Value* target = nullptr;
-    if (auto t = m.props.map.find("target"); t != m.props.map.end()) {
-      auto v = t->second.map.find(host ? "host" : "android");
-      if (v != t->second.map.end()) target = &v->second;
-    }
-    for (const char* prop : kDepProps) {
-      for (const auto& d : Strings(m.props, prop)) out.push_back(d);
-      if (target != nullptr)
-        for (const auto& d : Strings(*target, prop)) out.push_back(d);
-    }
-    if (m.type.rfind("cc_test", 0) == 0 && Flag(m, "gtest", true)) {
-      out.push_back("libgtest");
-      out.push_back("libgtest_main");
-    }
-    return out;
+    if (modules.count(name)) return Supports(modules.at(name), host);
+    return kAosp.count(name) && (host ? kAosp.at(name).host : kAosp.at(name).device);
   }
 };
 
-// Appends `from`'s lists to `into`'s and takes its other values where
-// `into` has none (how cc_defaults apply).
+// How cc_defaults apply: lists are joined, other values taken where unset.
 void Merge(Value* into, const Value& from) {
   for (const auto& [key, v] : from.map) {
-    auto it = into->map.find(key);
-    if (it == into->map.end()) {
-      into->map[key] = v;
-    } else if (v.kind == Value::kList) {
-      it->second.list.insert(it->second.list.begin(), v.list.begin(), v.list.end());
-    } else if (v.kind == Value::kMap) {
-      Merge(&it->second, v);
-    }
+    Value& mine = into->map[key];
+    if (mine.str.empty() && mine.list.empty() && mine.map.empty()) mine = v;
+    else mine.list.insert(mine.list.begin(), v.list.begin(), v.list.end());
   }
 }
 
 Tree LoadTree(const std::map<std::string, std::string>& bpFiles) {
   Tree tree;
-  std::map<std::string, Module> defaults;
   std::vector<Module> all;
-  for (const auto& [dir, text] : bpFiles) {
-    std::string error;
-    std::string copy = text;
-    for (Module& m : BlueprintParser(copy).Modules(dir, &error)) all.push_back(m);
-    if (!error.empty()) tree.problems.push_back(dir + "/Android.bp: " + error);
-  }
+  for (const auto& [dir, text] : bpFiles)
+    if (!BlueprintParser(text).Modules(dir, &all)) tree.problems.push_back(dir + "/Android.bp: syntax error");
+  std::map<std::string, Value> defaults;
   for (const Module& m : all)
-    if (m.type == "cc_defaults") defaults[m.Name()] = m;
+    if (m.type == "cc_defaults") defaults[m.Name()] = m.props;
   for (Module m : all) {
     if (m.type == "aidl_interface") {
       // The NDK backend's library of the newest frozen version.
-      Module lib;
-      lib.type = "cc_library";
-      lib.dir = m.dir;
-      std::string version;
-      for (const Value& v : m.props.map["versions_with_info"].list) version = v.map.at("version").str;
-      lib.props.map["name"].str = m.Name() + "-V" + version + "-ndk";
+      Module lib{"cc_library", m.dir, {}};
+      lib.props.map["name"].str = m.Name() + "-V" + m.props.map["versions_with_info"].list.back().map["version"].str + "-ndk";
       lib.props.map["host_supported"] = m.props.map["host_supported"];
       tree.modules[lib.Name()] = lib;
-      continue;
+    } else if (m.type.rfind("cc_", 0) == 0 && m.type != "cc_defaults") {
+      for (const auto& d : Strings(m.props, "defaults")) {
+        Value def = defaults[d];
+        for (const auto& dd : Strings(def, "defaults")) Merge(&def, defaults[dd]);  // defaults of defaults
+        Merge(&m.props, def);
+      }
+      tree.modules[m.Name()] = m;
     }
-    if (m.type.rfind("cc_", 0) != 0 || m.type == "cc_defaults") continue;
-    for (const auto& d : Tree::Strings(m.props, "defaults")) {
-      // Defaults may name defaults.
-      Module def = defaults[d];
-      for (const auto& dd : Tree::Strings(def.props, "defaults")) Merge(&def.props, defaults[dd].props);
-      Merge(&m.props, def.props);
-    }
-    tree.modules[m.Name()] = m;
   }
   return tree;
 }
@@ -280,9 +207,9 @@ std::vector<std::string> CheckDependencies(const Tree& tree) {
   std::vector<std::string> out = tree.problems;
   for (const auto& [name, m] : tree.modules) {
     for (bool host : {false, true}) {
-      if (!Tree::Supports(m, host)) continue;
-      for (const auto& dep : Tree::Deps(m, host)) {
-        if (!tree.modules.count(dep) && !AospModules().count(dep)) {
+      if (!Supports(m, host)) continue;
+      for (const auto& dep : Deps(m, host)) {
+        if (!tree.modules.count(dep) && !kAosp.count(dep)) {
           out.push_back(name + ": " + dep + " is no module of this tree or of AOSP");
         } else if (!tree.HasVariant(dep, host)) {
           out.push_back(name + ": its " + (host ? "host" : "device") + " variant depends on " + dep +
@@ -328,36 +255,48 @@ bool IsSystemHeader(const std::string& inc) {
   return kDirs.count(inc.substr(0, slash)) > 0;
 }
 
+// Where an include of a module's source may come from: the module's folder,
+// its own and exported include folders and its dependencies' exported ones,
+// or the headers of an AOSP dependency (the interface library's are
+// aidl/<name>/...).
+struct IncludePaths {
+  std::vector<std::string> roots;
+  std::vector<std::string> provided;
+  IncludePaths(const Tree& tree, const Module& m) : roots{m.dir} {
+    auto add = [&](const Module& of, const char* prop) {
+      for (const auto& d : Strings(of.props, prop)) roots.push_back(d == "." ? of.dir : of.dir.empty() ? d : of.dir + "/" + d);
+    };
+    add(m, "local_include_dirs");
+    add(m, "export_include_dirs");
+    for (bool host : {false, true})
+      for (const auto& d : Supports(m, host) ? Deps(m, host) : std::vector<std::string>{}) {
+        if (tree.modules.count(d)) add(tree.modules.at(d), "export_include_dirs");
+        if (kAosp.count(d)) provided.insert(provided.end(), kAosp.at(d).headers.begin(), kAosp.at(d).headers.end());
+        if (d.size() > 4 && d.compare(d.size() - 4, 4, "-ndk") == 0) provided.push_back("aidl/" + d.substr(0, d.find("-V")) + "/");
+      }
+  }
+  // The file `inc` names from `file`, "" when none does (system and AOSP
+  // headers: `*external` tells whether it is one).
+  std::string Find(const std::string& file, const std::string& inc, bool quoted, bool* external) const {
+    const std::string here = file.substr(0, file.find_last_of('/') + 1);
+    if (quoted && IsFile(here + inc)) return here + inc;
+    for (const auto& r : roots)
+      if (IsFile(r.empty() ? inc : r + "/" + inc)) return r.empty() ? inc : r + "/" + inc;
+    *external = IsSystemHeader(inc);
+    for (const auto& h : provided) *external = *external || inc.compare(0, h.size(), h) == 0;
+    return "";
+  }
+};
+
+// Follows the includes of every source a module compiles, and of the
+// headers they reach in the tree.
 std::vector<std::string> CheckIncludes(const Tree& tree) {
   std::vector<std::string> out;
   static const std::regex kInclude("^\\s*#\\s*include\\s*([<\"])([^>\"]+)[>\"]");
   for (const auto& [name, m] : tree.modules) {
-    const auto srcs = Tree::Strings(m.props, "srcs");
-    if (srcs.empty()) continue;
-    // Include roots: the module's folder, its own and exported folders, and
-    // what its in-tree dependencies export.
-    std::vector<std::string> roots = {m.dir};
-    auto addRoots = [&](const Module& of, const char* prop) {
-      for (const auto& d : Tree::Strings(of.props, prop))
-        roots.push_back(d == "." ? of.dir : of.dir.empty() ? d : of.dir + "/" + d);
-    };
-    addRoots(m, "local_include_dirs");
-    addRoots(m, "export_include_dirs");
-    std::vector<const AospModule*> providers;
-    std::set<std::string> deps;
-    for (bool host : {false, true})
-      if (Tree::Supports(m, host))
-        for (const auto& d : Tree::Deps(m, host)) deps.insert(d);
-    for (const auto& d : deps) {
-      if (auto it = tree.modules.find(d); it != tree.modules.end()) addRoots(it->second, "export_include_dirs");
-      if (auto it = AospModules().find(d); it != AospModules().end()) providers.push_back(&it->second);
-      if (d.size() > 4 && d.compare(d.size() - 4, 4, "-ndk") == 0) {
-        static const AospModule kBinding{true, true, {"aidl/" + d.substr(0, d.find("-V")) + "/"}};
-        providers.push_back(&kBinding);
-      }
-    }
+    const IncludePaths paths(tree, m);
     std::vector<std::string> todo;
-    for (const auto& s : srcs)
+    for (const auto& s : Strings(m.props, "srcs"))
       for (const auto& f : Expand(m.dir, s)) todo.push_back(f);
     std::set<std::string> seen(todo.begin(), todo.end());
     while (!todo.empty()) {
@@ -367,22 +306,11 @@ std::vector<std::string> CheckIncludes(const Tree& tree) {
       for (std::string line; std::getline(in, line);) {
         std::smatch sm;
         if (line.find("#include") == std::string::npos || !std::regex_search(line, sm, kInclude)) continue;
-        const std::string inc = sm[2];
-        std::string found;
-        const std::string here = file.substr(0, file.find_last_of('/') + 1);
-        if (sm[1] == "\"" && IsFile(here + inc)) found = here + inc;
-        for (size_t r = 0; found.empty() && r < roots.size(); ++r) {
-          const std::string cand = roots[r].empty() ? inc : roots[r] + "/" + inc;
-          if (IsFile(cand)) found = cand;
-        }
-        if (!found.empty()) {
-          if (seen.insert(found).second) todo.push_back(found);
-          continue;
-        }
-        bool provided = IsSystemHeader(inc);
-        for (const AospModule* p : providers)
-          for (const auto& h : p->headers) provided = provided || inc.compare(0, h.size(), h) == 0;
-        if (!provided) out.push_back(name + ": " + file + " includes " + inc + ", which no include path of it reaches");
+        bool external = false;
+        const std::string found = paths.Find(file, sm[2], sm[1] == "\"", &external);
+        if (!found.empty() && seen.insert(found).second) todo.push_back(found);
+        if (found.empty() && !external)
+          out.push_back(name + ": " + file + " includes " + sm[2].str() + ", which no include path of it reaches");
       }
     }
   }
@@ -404,7 +332,7 @@ std::set<std::string> BpSources(const Tree& tree, const std::string& name) {
   auto it = tree.modules.find(name);
   EXPECT_NE(it, tree.modules.end()) << name << " not in Android.bp";
   if (it == tree.modules.end()) return {};
-  auto v = Tree::Strings(it->second.props, "srcs");
+  auto v = Strings(it->second.props, "srcs");
   return {v.begin(), v.end()};
 }
 
