@@ -3,8 +3,11 @@
 # Idempotent: does nothing when everything is already there.
 set -euo pipefail
 
+# GCC is what a plain "cmake -S . -B build" picks on Debian; the presets use
+# clang (sanitizers, libFuzzer).
 PACKAGES=(
   cmake ninja-build pkg-config
+  gcc g++
   clang lld libclang-rt-dev
   libevent-dev libsndfile1-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev

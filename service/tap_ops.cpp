@@ -170,8 +170,9 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
   }
   // Deliberately narrow: longer format texts are cut at 19 characters.
   char format[20];
-  snprintf(format, sizeof(format), "%gkHz, %uch, %ubps", static_cast<double>(info.sampleRate / 1000.0f),
-           static_cast<unsigned>(info.channels), static_cast<unsigned>(info.bitsPerSample));
+  if (snprintf(format, sizeof(format), "%gkHz, %uch, %ubps", static_cast<double>(info.sampleRate / 1000.0f),
+               static_cast<unsigned>(info.channels), static_cast<unsigned>(info.bitsPerSample)) < 0)
+    format[0] = '\0';
   char row[128];
   snprintf(row, sizeof(row), "\n  %4s.%-2u   %-19s %-9u %-9s %-9s %-9u", FourCcToString(info.tapCode).c_str(),
            static_cast<unsigned>(info.index), format, info.blockLength, outText, inText,

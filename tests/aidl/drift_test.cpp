@@ -222,7 +222,9 @@ binder_status_t SendToStub(AIBinder* target, const AidlMethod& m, int c, AIBinde
   AParcel* in = nullptr;
   if (AIBinder_prepareTransaction(target, &in) != STATUS_OK) return STATUS_UNKNOWN_ERROR;
   for (size_t s = 0; s < m.args.size() && s < nArgs; ++s) {
-    if (m.args[s].dir != "out") EXPECT_TRUE(WriteGen(in, m.args[s].type, c, static_cast<int>(s), callback));
+    if (m.args[s].dir != "out") {
+      EXPECT_TRUE(WriteGen(in, m.args[s].type, c, static_cast<int>(s), callback));
+    }
   }
   if (nArgs < m.args.size() && m.args[nArgs].type == "IReceiveAudioCallback") AParcel_writeInt32(in, 0x7fff);
   AParcel* out = nullptr;

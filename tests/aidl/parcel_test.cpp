@@ -62,7 +62,9 @@ void ExpectRoundTripAndTruncationErrors(const T& v) {
   const int32_t size = AParcel_getDataSize(p.get());
   for (int32_t n = 0; n < size; ++n) {
     Parcel q = NewParcel();
-    if (n > 0) ASSERT_EQ(STATUS_OK, AParcel_appendFrom(p.get(), q.get(), 0, n));
+    if (n > 0) {
+      ASSERT_EQ(STATUS_OK, AParcel_appendFrom(p.get(), q.get(), 0, n));
+    }
     AParcel_setDataPosition(q.get(), 0);
     T cut{};
     EXPECT_NE(STATUS_OK, ::ndk::AParcel_readData(q.get(), &cut)) << "cut to " << n << " of " << size;

@@ -35,7 +35,9 @@ class BufferRaceTest : public ::testing::Test {
   void Wire(BufferTestProcessor& p, LumxBuffer* inject = nullptr) {
     ASSERT_EQ(rig.tapout->RegisterOutput(&p), 0);
     p.SetInput(rig.tapout.get());
-    if (inject != nullptr) ASSERT_EQ(inject->RegisterInput(&p), 0);
+    if (inject != nullptr) {
+      ASSERT_EQ(inject->RegisterInput(&p), 0);
+    }
   }
   void Stream() { streamer = std::make_unique<BufferStreamer>(rig.feeder, std::vector<int>{rig.drain, drain1}); }
   static bool WaitMore(const std::atomic<uint64_t>& counter, uint64_t more) {
@@ -108,7 +110,9 @@ TEST_F(BufferRaceTest, OutputRewiredBetweenTwoInjectBuffersWhileStreaming) {
   Stream();
   for (int round = 0; round < 400; ++round) {
     ASSERT_EQ((round % 2 == 0 ? *rig.inject : inject1).RegisterInput(&p), 0);
-    if (round % 50 == 0) ASSERT_TRUE(WaitMore(p.callsWithOutput, 1)) << round;
+    if (round % 50 == 0) {
+      ASSERT_TRUE(WaitMore(p.callsWithOutput, 1)) << round;
+    }
   }
   rig.inject->UnregisterInput();
   inject1.UnregisterInput();

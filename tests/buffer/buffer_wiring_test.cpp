@@ -142,7 +142,9 @@ TEST_F(BufferWiringTest, EnableLinesCountProcessorsAndInputs) {
   }
   ASSERT_EQ(tapout.Enable(false), 0);
   for (bool wired : {false, true}) {
-    if (wired) ASSERT_EQ(inject.RegisterInput(&pass), 0);
+    if (wired) {
+      ASSERT_EQ(inject.RegisterInput(&pass), 0);
+    }
     ASSERT_EQ(inject.Enable(true), 0);
     ASSERT_EQ(inject.Enable(false), 0);
   }

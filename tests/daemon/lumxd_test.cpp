@@ -43,7 +43,9 @@ TEST(LumxdTest, OpensControlOnlyWhenLumAndControlExist) {
     EXPECT_EQ(c.opens, LumxdTestAccess::ControlFd(*d) >= 0);
     d.reset();
     EXPECT_EQ("Lumxd start\nLumxd stop\n", ::testing::internal::GetCapturedStdout());
-    if (!c.opens) EXPECT_EQ(0u, log.count("zch-lumx_control"));
+    if (!c.opens) {
+      EXPECT_EQ(0u, log.count("zch-lumx_control"));
+    }
   }
 }
 

@@ -28,7 +28,7 @@ TEST(ProcessorPassthruTest, CopiesTheSmallerSizeZeroesTheRestAndNeverWritesPastT
     EXPECT_EQ(0, p.ProcessBlock(in.empty() ? nullptr : in.data(), c.in, out.data(), c.out));
     std::vector<uint8_t> expected(c.out + 16, 0xAA);
     if (c.enabled) {
-      std::fill(expected.begin(), expected.begin() + c.out, 0);
+      std::fill_n(expected.begin(), c.out, 0);
       std::copy(in.begin(), in.begin() + std::min(c.in, c.out), expected.begin());
     }
     EXPECT_EQ(expected, out);

@@ -83,7 +83,9 @@ TEST_F(UseCaseServiceTest, IsEnabledAnswers) {
     EXPECT_TRUE(service_->IsUseCaseEnabled(uc, &r).isOk());
     const bool tracked = uc == UseCase::HOTWORDAEC;
     EXPECT_EQ(tracked ? Status::OK : Status::INVALID_PARAMETER, r.status);
-    if (tracked) EXPECT_EQ(0.0f, r.value);
+    if (tracked) {
+      EXPECT_EQ(0.0f, r.value);
+    }
     std::vector<std::string> lines = {"IsUseCaseEnabled " + UseCaseToString(uc)};
     if (!tracked) lines.push_back("lumx use case state unknown");
     EXPECT_EQ(lines, Lines(r));

@@ -158,10 +158,14 @@ TEST_F(DspsimFault, StaleBytesAndMisalignedChunksPrecedePackets) {
     EXPECT_EQ(r.skippedBytes % (stale ? 8 : 12), 0u);
     bool odd = false;
     for (size_t n : r.readSizes) odd = odd || n % 8 != 0;
-    if (!stale) EXPECT_TRUE(odd) << "some read is not a multiple of 8";
+    if (!stale) {
+      EXPECT_TRUE(odd) << "some read is not a multiple of 8";
+    }
     SimStats s = Stats();
     EXPECT_GE(stale ? s.faults.stale : s.faults.misaligned, 5u);
-    if (stale) EXPECT_GE(r.resyncs, 5u);
+    if (stale) {
+      EXPECT_GE(r.resyncs, 5u);
+    }
   }
 }
 

@@ -230,7 +230,9 @@ TEST(DspsimModel, EnableBindAndBlockLengthShowInInfoAndList) {
     again[13] = 9;  // an unknown core, so that the echo carries a status
     std::vector<uint8_t> rep = Answer(m, again);
     for (size_t i = 0; i < again.size(); ++i) {
-      if (i != 6 && i != 7) EXPECT_EQ(rep[i], again[i]) << "offset " << i;
+      if (i != 6 && i != 7) {
+        EXPECT_EQ(rep[i], again[i]) << "offset " << i;
+      }
     }
     EXPECT_EQ(LoadI16(&rep[6]), kStatusNoCore);
   }

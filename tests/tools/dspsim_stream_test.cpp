@@ -408,7 +408,9 @@ TEST(DspsimLatency, ExactBelow128AndWithinTwoPercentAbove) {
     EXPECT_LE(LatencyHistogram::BucketLower(b), v);
     EXPECT_GE(LatencyHistogram::BucketUpper(b), v);
     EXPECT_LE(static_cast<double>(v - LatencyHistogram::BucketLower(b)), v * 0.016);
-    if (b > 0) EXPECT_LT(LatencyHistogram::BucketUpper(b - 1), v);
+    if (b > 0) {
+      EXPECT_LT(LatencyHistogram::BucketUpper(b - 1), v);
+    }
   }
 }
 

@@ -60,7 +60,9 @@ class SimTest : public ::testing::Test {
     o.devRoot = dir_.path();
     o.statsPath.clear();
     std::string err;
-    if (!table.empty()) ASSERT_TRUE(ParseTapTable(table, &o.taps, &err)) << err;
+    if (!table.empty()) {
+      ASSERT_TRUE(ParseTapTable(table, &o.taps, &err)) << err;
+    }
     sim_ = std::make_unique<SimThread>(o);
     ASSERT_TRUE(sim_->Start(&err)) << err;
     ASSERT_TRUE(control_.Open(dir_.File("zch-lumx_control")));

@@ -483,7 +483,9 @@ TEST_F(LumxToolTest, RelayRecordsPlaysAndDetaches) {
     std::vector<int16_t> block = Ramp(static_cast<int16_t>(100 * k), 480);
     recorded.insert(recorded.end(), block.begin(), block.end());
     EXPECT_TRUE(cb->ReceiveAudio(Packet(kArt0, block)).isOk());
-    if (k == 0) EXPECT_TRUE(cb->ReceiveAudio(Packet(kArt0, Ramp(0, 960), 2)).isOk());  // stereo: bad
+    if (k == 0) {
+      EXPECT_TRUE(cb->ReceiveAudio(Packet(kArt0, Ramp(0, 960), 2)).isOk());  // stereo: bad
+    }
   }
   // One SendAudio per good block while the play file lasts.
   ASSERT_TRUE(fake().WaitFor(0, 4));

@@ -274,7 +274,9 @@ TEST_F(LiveServiceTest, GarbageAndOversizedFramesCloseOnlyTheirConnection) {
   for (const auto& c : cases) {
     RawPeer peer(path_);
     ASSERT_TRUE(peer.connected());
-    if (c.hello) ASSERT_TRUE(peer.Hello());
+    if (c.hello) {
+      ASSERT_TRUE(peer.Hello());
+    }
     peer.Send(c.bytes);
     EXPECT_TRUE(peer.Closed()) << c.what;
   }

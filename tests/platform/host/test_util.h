@@ -155,12 +155,14 @@ binder_status_t ReadArg(const AParcel* p, T* v) {
 }
 template <typename... T>
 binder_status_t WriteArgs(AParcel* p, const T&... v) {
+  (void)p;  // unused when there is nothing to write or read
   binder_status_t st = STATUS_OK;
   ((st = st == STATUS_OK ? WriteArg(p, v) : st), ...);
   return st;
 }
 template <typename... T>
 binder_status_t ReadArgs(const AParcel* p, T*... v) {
+  (void)p;  // unused when there is nothing to write or read
   binder_status_t st = STATUS_OK;
   ((st = st == STATUS_OK ? ReadArg(p, v) : st), ...);
   return st;

@@ -27,13 +27,15 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
     __attribute__((warn_unused_result));
 
 // Returns the service with one strong reference, or null; does not wait.
-AIBinder* AServiceManager_checkService(const char* instance);
+__attribute__((warn_unused_result)) AIBinder* AServiceManager_checkService(const char* instance);
 
 // Like checkService, but polls for about 5 seconds before giving up.
-AIBinder* AServiceManager_getService(const char* instance);
+[[deprecated("this polls 5s, use AServiceManager_waitForService or AServiceManager_checkService")]]
+__attribute__((warn_unused_result)) AIBinder* AServiceManager_getService(const char* instance);
 
 // Waits until the service answers, however long that takes.
-AIBinder* AServiceManager_waitForService(const char* instance) __INTRODUCED_IN(31);
+__attribute__((warn_unused_result)) AIBinder* AServiceManager_waitForService(const char* instance)
+    __INTRODUCED_IN(31);
 
 // There is no VINTF manifest on the host: true when the service is currently
 // registered (answers a lookup), false otherwise.
