@@ -17,7 +17,8 @@
 //                1 MiB frame and stall
 //   idle         1000 connections (4 processes x 250) say hello and idle
 //
-// The daemon runs with a descriptor limit of 1024, as on a default system.
+// The daemon starts with a soft descriptor limit of 1024, as on a default
+// system (the hard limit is left as it is).
 //   --seconds=N  how long the never-reads, half-frames and idle attacks
 //                last (default 8)
 //   --only=NAME  run one attack
@@ -359,9 +360,9 @@ bool WaitForFile(const std::string& path) {
 }
 
 pid_t StartDaemon() {
-  struct rlimit lim = {1024, 1024};
   struct rlimit old;
   getrlimit(RLIMIT_NOFILE, &old);
+  struct rlimit lim = {1024, old.rlim_max};
   setrlimit(RLIMIT_NOFILE, &lim);
   pid_t pid = Spawn({gBuild + "/lumxd"}, gRoot + "/lumxd.log", true);
   setrlimit(RLIMIT_NOFILE, &old);

@@ -2,23 +2,42 @@
 
 #include <android/log.h>
 #include <errno.h>
-#include <poll.h>
-#include <sys/epoll.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <utility>
 
+#include "common/rate_limit.h"
+#include "looper.h"
+
 namespace lumx_binder {
 
 namespace {
 
 constexpr const char* kTag = "binder";
+// What one reader takes from a socket per wake before it lets others go
+// first, what it reads at a time, and what it reads at a time while the
+// partial-frame budget is spent (enough for any ordinary frame).
+constexpr size_t kReadShare = 256u << 10;
+constexpr size_t kReadChunk = 64u << 10;
+constexpr size_t kTightReadChunk = 4u << 10;
+
+std::atomic<uint64_t> g_next_id{1};
 
 bool InUserRange(uint32_t code) {
   return code >= FIRST_CALL_TRANSACTION && code <= LAST_CALL_TRANSACTION;
 }
+
+// Per-thread receive buffer (not on the stack: callers' stacks may be small).
+uint8_t* Scratch() {
+  thread_local std::unique_ptr<uint8_t[]> buf;
+  if (!buf) buf.reset(new uint8_t[kReadChunk]);
+  return buf.get();
+}
+
+lumx::LogRateLimiter g_close_log;
 
 }  // namespace
 
@@ -28,12 +47,11 @@ std::shared_ptr<Connection> Connection::Create(lumx::unique_fd fd, uint64_t peer
 
 Connection::Connection(lumx::unique_fd fd, uint64_t peer_nonce)
     : fd_(std::move(fd)),
-      epfd_(epoll_create1(EPOLL_CLOEXEC)),
+      id_(g_next_id.fetch_add(1)),
       generation_(CurrentGeneration()),
       peer_nonce_(peer_nonce),
       need_hello_(peer_nonce == 0) {
   TrackFd(fd_.get());
-  TrackFd(epfd_.get());
   struct ucred cred;
   socklen_t len = sizeof(cred);
   if (getsockopt(fd_.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) == 0) {
@@ -43,11 +61,9 @@ Connection::Connection(lumx::unique_fd fd, uint64_t peer_nonce)
 }
 
 Connection::~Connection() {
-  // The reader stopped the writer and closed the socket when the connection
-  // died; a connection that never started still owns its socket here.
-  lumx::MutexLock l(&wmu_);
+  // A connection that ended closed its socket then; one that never started
+  // still owns it here.
   if (fd_.ok()) UntrackFd(fd_.get());
-  if (epfd_.ok()) UntrackFd(epfd_.get());
 }
 
 void Connection::Start(bool hello_sent) {
@@ -58,16 +74,19 @@ void Connection::Start(bool hello_sent) {
     hello.code = static_cast<uint32_t>(getpid());
     SendFrame(hello, false);
   }
-  struct epoll_event ev = {};
-  ev.events = EPOLLIN | EPOLLONESHOT;
-  ev.data.fd = fd_.get();
-  if (!epfd_.ok() || epoll_ctl(epfd_.get(), EPOLL_CTL_ADD, fd_.get(), &ev) != 0) {
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "cannot watch connection: %s", strerror(errno));
-    OnDeath();  // nobody could read it: fail everything now
-    return;
+  if (need_hello_) {
+    // The greeting is held to the frame deadline too.
+    partial_since_.store(NowMs(), std::memory_order_relaxed);
+    rt()->looper.WakeTimer();
   }
-  std::shared_ptr<Connection> self = shared_from_this();
-  std::thread([self] { self->ReaderThread(); }).detach();
+  if (!rt()->looper.Add(shared_from_this(), fd_.get(), peer_pid_)) {
+    __android_log_print(ANDROID_LOG_ERROR, kTag, "cannot watch connection: %s", strerror(errno));
+    {
+      lumx::MutexLock l(&mu_);
+      role_ = kRoleReader;
+    }
+    OnDeath();  // nobody could read it: fail everything now
+  }
 }
 
 bool Connection::IsDead() {
@@ -75,15 +94,20 @@ bool Connection::IsDead() {
   return dead_;
 }
 
-void Connection::ReleaseBacklog(size_t bytes) {
+void Connection::WorkStarted(size_t bytes, bool oneway) {
   size_t ack = 0;
   {
     lumx::MutexLock l(&mu_);
-    incoming_backlog_ -= bytes < incoming_backlog_ ? bytes : incoming_backlog_;
-    to_ack_ += bytes;
-    if (to_ack_ >= kAckBatch || incoming_backlog_ == 0) ack = std::exchange(to_ack_, 0);
+    const size_t n = bytes < incoming_ ? bytes : incoming_;
+    incoming_ -= n;
+    rt()->looper.incoming_bytes.fetch_sub(static_cast<int64_t>(n));
+    if (oneway) {
+      incoming_oneway_ -= bytes < incoming_oneway_ ? bytes : incoming_oneway_;
+      to_ack_ += bytes;
+      if (to_ack_ >= kAckBatch || incoming_oneway_ == 0) ack = std::exchange(to_ack_, 0);
+    }
   }
-  if (ack > 0) {
+  if (ack > 0 && !Closing()) {
     Frame f;
     f.type = kFrameAck;
     f.code = static_cast<uint32_t>(ack);
@@ -91,74 +115,89 @@ void Connection::ReleaseBacklog(size_t bytes) {
   }
 }
 
+void Connection::Kill(const char* why) {
+  {
+    lumx::MutexLock l(&wmu_);
+    if (wdead_ || killed_) return;
+    killed_ = true;
+    closing_.store(true, std::memory_order_release);
+    shutdown(fd_.get(), SHUT_RDWR);
+  }
+  uint64_t held = 0;
+  if (g_close_log.Allow(&held)) {
+    __android_log_print(ANDROID_LOG_WARN, kTag, "closing connection to pid %d (uid %u): %s",
+                        static_cast<int>(peer_pid_), static_cast<unsigned>(peer_uid_), why);
+    if (held > 0) {
+      __android_log_print(ANDROID_LOG_WARN, kTag, "closing connections: %llu more held back",
+                          static_cast<unsigned long long>(held));
+    }
+  }
+  // Whoever reads next sees the end; if nobody holds the socket, wake a
+  // reader for it (also when it was parked).
+  lumx::MutexLock l(&mu_);
+  parked_ = false;
+  if (role_ == kRoleFree && !closed_) rt()->looper.Arm(fd_.get(), id_, true);
+}
+
 // ---- reading ----
 
-void Connection::ReaderThread() {
-  for (;;) {
-    {
-      lumx::MutexLock l(&mu_);
-      if (dead_) break;
-      ++epoll_waiters_;
-    }
-    struct epoll_event ev;
-    const int n = epoll_wait(epfd_.get(), &ev, 1, -1);
-    const int err = errno;
-    {
-      lumx::MutexLock l(&mu_);
-      --epoll_waiters_;
-      if (dead_) {
-        readers_cv_.notify_all();
-        break;
-      }
-      // A caller reading its reply has the socket; it re-arms when done.
-      if (n <= 0 || role_ != kRoleFree) {
-        if (n < 0 && err != EINTR) usleep(1000);  // never spin on a broken epoll
-        continue;
-      }
-      role_ = kRoleReader;
-    }
-    Work* inline_work = nullptr;
-    if (ReadBatch(&inline_work) == ReadResult::kBroken) {
-      if (inline_work != nullptr) {
-        ExecuteWork(inline_work);
-        rt()->pool.ReleaseSlot();
-      }
-      OnDeath();
-      break;
-    }
-    if (inline_work != nullptr) EnsureSpareReader();
-    ReleaseReadRole();
-    if (inline_work != nullptr) {
-      // Run the call here; the other reader threads watch the socket.
-      ExecuteWork(inline_work);
-      rt()->pool.ReleaseSlot();
-    }
-  }
-}
-
-void Connection::EnsureSpareReader() {
+void Connection::OnReadable(Work** inline_work) {
   {
     lumx::MutexLock l(&mu_);
-    if (epoll_waiters_ > 0 || dead_) return;
+    if (dead_ || role_ != kRoleFree) return;
+    role_ = kRoleReader;
   }
-  std::shared_ptr<Connection> self = shared_from_this();
-  std::thread([self] { self->ReaderThread(); }).detach();
+  if (ReadBatch(inline_work) == ReadResult::kBroken) {
+    if (*inline_work != nullptr) {
+      // Its caller is gone with the connection.
+      DiscardWork(*inline_work);
+      rt()->pool.ReleaseSlot();
+      *inline_work = nullptr;
+    }
+    OnDeath();
+    return;
+  }
+  ReleaseReadRole();
 }
 
-void Connection::ArmLocked(bool armed) {
-  if (closed_) return;
-  struct epoll_event ev = {};
-  ev.events = armed ? (EPOLLIN | EPOLLONESHOT) : 0;
-  ev.data.fd = fd_.get();
-  epoll_ctl(epfd_.get(), EPOLL_CTL_MOD, fd_.get(), &ev);
+void Connection::Received(const uint8_t* data, size_t n) { decoder_.Append(data, n); }
+
+void Connection::UpdatePartial() {
+  Looper& lp = rt()->looper;
+  const size_t now_held = decoder_.buffered();
+  if (now_held != partial_counted_) {
+    lp.partial_bytes.fetch_add(static_cast<int64_t>(now_held) - static_cast<int64_t>(partial_counted_));
+    partial_counted_ = now_held;
+  }
+  if (now_held == 0 && !need_hello_) {
+    partial_since_.store(0, std::memory_order_relaxed);
+  } else if (partial_since_.load(std::memory_order_relaxed) == 0) {
+    partial_since_.store(NowMs(), std::memory_order_relaxed);
+    lp.WakeTimer();
+  }
 }
 
 void Connection::ReleaseReadRole() {
-  // Re-armed under the lock: once the role is free, the next reader may find
-  // the peer gone and close the descriptors.
+  UpdatePartial();
+  Looper& lp = rt()->looper;
+  const bool park = decoder_.buffered() > 0 && !Closing() &&
+                    lp.partial_bytes.load() > static_cast<int64_t>(kMaxPartialBytesTotal);
+  {
+    // Re-armed under the lock: once the role is free, the next reader may
+    // find the peer gone and close the descriptor.
+    lumx::MutexLock l(&mu_);
+    role_ = kRoleFree;
+    parked_ = park;
+    if (!park && !closed_) lp.Arm(fd_.get(), id_, true);
+  }
+  if (park) lp.Park(id_);
+}
+
+void Connection::Unpark() {
   lumx::MutexLock l(&mu_);
-  role_ = kRoleFree;
-  ArmLocked(true);
+  if (!parked_) return;
+  parked_ = false;
+  if (role_ == kRoleFree && !closed_) rt()->looper.Arm(fd_.get(), id_, true);
 }
 
 Connection::ReadResult Connection::HandleBuffered(Work** inline_work, ThreadState* caller,
@@ -166,11 +205,11 @@ Connection::ReadResult Connection::HandleBuffered(Work** inline_work, ThreadStat
   Frame f;
   DecodeStatus st;
   while ((st = decoder_.Next(&f)) == DecodeStatus::kOk) {
+    if (Closing()) return ReadResult::kBroken;  // nothing more of a closed peer runs
     if (need_hello_) {
       if (f.type != kFrameHello || f.target == 0) {
-        __android_log_print(ANDROID_LOG_WARN, kTag, "closing connection to pid %d: no greeting",
-                            static_cast<int>(peer_pid_));
-        return ReadResult::kBroken;
+        close_reason_ = "no greeting";
+        break;
       }
       need_hello_ = false;
       peer_nonce_ = f.target;
@@ -183,9 +222,8 @@ Connection::ReadResult Connection::HandleBuffered(Work** inline_work, ThreadStat
       continue;
     }
     if (!HandleFrame(std::move(f), inline_work)) {
-      __android_log_print(ANDROID_LOG_WARN, kTag, "closing connection to pid %d: protocol error",
-                          static_cast<int>(peer_pid_));
-      return ReadResult::kBroken;
+      if (close_reason_ == nullptr) close_reason_ = "protocol error";
+      break;
     }
     if (inline_work != nullptr && *inline_work != nullptr) return ReadResult::kInline;
     if (caller != nullptr) {
@@ -193,16 +231,20 @@ Connection::ReadResult Connection::HandleBuffered(Work** inline_work, ThreadStat
       if (call->done || !caller->inbox.empty()) return ReadResult::kCallerDone;
     }
   }
-  if (st == DecodeStatus::kError) {
-    __android_log_print(ANDROID_LOG_WARN, kTag, "closing connection to pid %d: %s",
-                        static_cast<int>(peer_pid_), decoder_.error());
+  if (st == DecodeStatus::kError) close_reason_ = decoder_.error();
+  if (close_reason_ != nullptr) {
+    char why[128];
+    snprintf(why, sizeof(why), "%s", close_reason_);
+    Kill(why);
     return ReadResult::kBroken;
   }
-  return ReadResult::kNeedMore;
+  return Closing() ? ReadResult::kBroken : ReadResult::kNeedMore;
 }
 
 Connection::ReadResult Connection::ReadBatch(Work** inline_work) {
   const int fd = fd_.get();
+  uint8_t* buf = Scratch();
+  size_t share = kReadShare;
   for (;;) {
     ReadResult r = HandleBuffered(inline_work, nullptr, nullptr);
     if (r == ReadResult::kBroken) return r;
@@ -214,11 +256,19 @@ Connection::ReadResult Connection::ReadBatch(Work** inline_work) {
       }
       return ReadResult::kInline;
     }
-    size_t max = 0;
-    uint8_t* dst = decoder_.WritableArea(&max);
-    ssize_t n = recv(fd, dst, max, MSG_DONTWAIT);
+    UpdatePartial();
+    if (share == 0) return ReadResult::kYield;
+    size_t max = kReadChunk;
+    if (rt()->looper.partial_bytes.load() > static_cast<int64_t>(kMaxPartialBytesTotal)) {
+      // Over the budget: a frame in progress waits (it is parked when the
+      // role goes back); a new one may still start with a small read.
+      if (decoder_.buffered() > 0) return ReadResult::kYield;
+      max = kTightReadChunk;
+    }
+    ssize_t n = recv(fd, buf, max, MSG_DONTWAIT);
     if (n > 0) {
-      decoder_.Commit(static_cast<size_t>(n));
+      Received(buf, static_cast<size_t>(n));
+      share -= static_cast<size_t>(n) < share ? static_cast<size_t>(n) : share;
       continue;
     }
     if (n < 0 && errno == EINTR) continue;
@@ -230,12 +280,13 @@ Connection::ReadResult Connection::ReadBatch(Work** inline_work) {
 bool Connection::ReadAsCaller(ThreadState* ts, PendingCall* call) {
   {
     lumx::MutexLock l(&mu_);
-    if (role_ != kRoleFree || dead_ || need_hello_) return false;
+    if (role_ != kRoleFree || dead_ || need_hello_ || parked_) return false;
     role_ = kRoleCaller;
     // Nobody else is woken for the bytes we are about to read.
-    ArmLocked(false);
+    rt()->looper.Arm(fd_.get(), id_, false);
   }
   const int fd = fd_.get();
+  uint8_t* buf = Scratch();
   for (;;) {
     ReadResult r = HandleBuffered(nullptr, ts, call);
     if (r == ReadResult::kBroken) {
@@ -248,11 +299,10 @@ bool Connection::ReadAsCaller(ThreadState* ts, PendingCall* call) {
       lumx::MutexLock l(&ts->mu);
       if (call->done || !ts->inbox.empty()) break;
     }
-    size_t max = 0;
-    uint8_t* dst = decoder_.WritableArea(&max);
-    ssize_t n = recv(fd, dst, max, 0);
+    UpdatePartial();
+    ssize_t n = recv(fd, buf, kReadChunk, 0);
     if (n > 0) {
-      decoder_.Commit(static_cast<size_t>(n));
+      Received(buf, static_cast<size_t>(n));
       continue;
     }
     if (n < 0 && errno == EINTR) continue;
@@ -279,7 +329,7 @@ bool Connection::HandleFrame(Frame&& f, Work** inline_work) {
       return true;
     }
     default:
-      return false;  // a second hello
+      return false;  // a second hello, or a refusal after the greeting
   }
 }
 
@@ -323,16 +373,22 @@ bool Connection::HandleTransact(Frame&& f, Work** inline_work) {
   const uint32_t wire_size = f.wire_size;
   if (!oneway && txn == 0) return false;
 
+  // A one-way call that never runs is acknowledged at once, or the sender's
+  // credit would shrink for good.
+  auto ack_dropped = [&] {
+    {
+      lumx::MutexLock l(&mu_);
+      incoming_ += wire_size;
+      incoming_oneway_ += wire_size;
+    }
+    rt()->looper.incoming_bytes.fetch_add(wire_size);
+    WorkStarted(wire_size, true);
+  };
+
   std::unique_ptr<AParcel> data;
   binder_status_t st = Unflatten(std::move(f), &data);
   if (oneway && (st != STATUS_OK || target == 0)) {
-    // Dropped one-way calls are acknowledged too, or the sender's credit
-    // would shrink for good.
-    {
-      lumx::MutexLock l(&mu_);
-      incoming_backlog_ += wire_size;
-    }
-    ReleaseBacklog(wire_size);
+    ack_dropped();
     return true;
   }
   if (st != STATUS_OK) {
@@ -380,20 +436,14 @@ bool Connection::HandleTransact(Frame&& f, Work** inline_work) {
   if (b == nullptr || code == kPingTransaction || !InUserRange(code)) {
     if (b != nullptr) DecStrong(b);
     if (oneway) {
-      {
-        lumx::MutexLock l(&mu_);
-        incoming_backlog_ += wire_size;
-      }
-      ReleaseBacklog(wire_size);
+      ack_dropped();
     } else if (b == nullptr) {
       ReplyError(txn, STATUS_BAD_VALUE);
+    } else if (code == kPingTransaction) {
+      AParcel empty;
+      SendReply(txn, STATUS_OK, &empty);
     } else {
-      if (code == kPingTransaction) {
-        AParcel empty;
-        SendReply(txn, STATUS_OK, &empty);
-      } else {
-        ReplyError(txn, STATUS_UNKNOWN_TRANSACTION);
-      }
+      ReplyError(txn, STATUS_UNKNOWN_TRANSACTION);
     }
     return true;
   }
@@ -422,15 +472,30 @@ bool Connection::HandleTransact(Frame&& f, Work** inline_work) {
       return true;
     }
   }
-  if (oneway) {
-    w->backlog_bytes = wire_size;
-    lumx::MutexLock l(&mu_);
-    incoming_backlog_ += w->backlog_bytes;
-  } else if (inline_work != nullptr && rt()->pool.TryReserveSlot()) {
-    // Run it on this thread (saves a thread switch per call); the caller
-    // hands the socket to another reader first.
+  if (!oneway && inline_work != nullptr && rt()->pool.TryReserveSlot()) {
+    // Run it on this thread (saves a thread switch per call); the looper
+    // makes sure another thread watches the sockets first.
     *inline_work = w;
     return true;
+  }
+  // Queued for the pool: counted until it starts.
+  Looper& lp = rt()->looper;
+  size_t mine;
+  {
+    lumx::MutexLock l(&mu_);
+    incoming_ += wire_size;
+    if (oneway) incoming_oneway_ += wire_size;
+    mine = incoming_;
+  }
+  w->backlog_bytes = wire_size;
+  const int64_t total = lp.incoming_bytes.fetch_add(wire_size) + wire_size;
+  if (mine > kMaxIncomingBytes ||
+      (mine > wire_size && total > static_cast<int64_t>(kMaxIncomingBytesTotal))) {
+    DiscardWork(w);
+    close_reason_ = mine > kMaxIncomingBytes
+                        ? "calls arrive faster than they run (4 MiB waiting)"
+                        : "calls arrive faster than they run (process total over 64 MiB)";
+    return false;
   }
   rt()->pool.Enqueue(w);
   return true;
@@ -477,41 +542,35 @@ bool Connection::HandleRelease(const Frame& f) {
 }
 
 void Connection::OnDeath() {
-  std::thread writer;
+  closing_.store(true, std::memory_order_release);
+  Looper& lp = rt()->looper;
+  bool in_write_set;
   {
     lumx::MutexLock l(&wmu_);
     wdead_ = true;
     shutdown(fd_.get(), SHUT_RDWR);
-    wcv_.notify_all();
-    writer = std::move(writer_);
-  }
-  if (writer.joinable()) writer.join();
-  {
-    lumx::MutexLock l(&wmu_);
     sendq_.clear();
+    lp.queued_bytes.fetch_sub(static_cast<int64_t>(queued_));
     queued_ = 0;
+    in_write_set = in_write_set_;
+    in_write_set_ = false;
   }
-
   std::unordered_map<uint64_t, std::pair<PendingCall*, ThreadState*>> pending;
   std::unordered_map<uint64_t, Export> exports;
   {
     lumx::MutexLock l(&mu_);
     dead_ = true;
+    parked_ = false;
     pending.swap(pending_);
     exports.swap(exports_);
   }
-  {
-    // Wake every reader thread waiting in epoll (the socket is shut down,
-    // so it stays readable) and wait until none is in there. Readers busy
-    // running a call see dead_ when they come back and never touch the
-    // descriptors again.
-    lumx::MutexLock l(&mu_);
-    struct epoll_event ev = {};
-    ev.events = EPOLLIN;
-    ev.data.fd = fd_.get();
-    epoll_ctl(epfd_.get(), EPOLL_CTL_MOD, fd_.get(), &ev);
-    while (epoll_waiters_ > 0) WaitOn(readers_cv_, mu_);
-  }
+  lp.partial_bytes.fetch_sub(static_cast<int64_t>(partial_counted_));
+  partial_counted_ = 0;
+  partial_since_.store(0, std::memory_order_relaxed);
+  lp.Remove(id_, fd_.get(), in_write_set);
+  // What the peer asked for and nobody started is not run any more.
+  rt()->pool.DropWorkOf(this);
+
   for (auto& entry : pending) {
     ThreadState* ts = entry.second.second;
     lumx::MutexLock l(&ts->mu);
@@ -541,13 +600,13 @@ void Connection::OnDeath() {
   // The objects the peer held are released; their owners may now free them.
   for (auto& e : exports) DecStrong(e.second.binder);
 
+  // We hold the read role and the writers saw wdead_: nobody uses the
+  // descriptor any more.
   lumx::MutexLock l(&mu_);
   lumx::MutexLock wl(&wmu_);
   closed_ = true;
   UntrackFd(fd_.get());
-  UntrackFd(epfd_.get());
   fd_.reset();
-  epfd_.reset();
 }
 
 // ---- writing ----
@@ -618,71 +677,90 @@ void Connection::Unexport(const std::vector<LocalBinder*>& exported) {
   for (LocalBinder* lb : drop) DecStrong(lb);
 }
 
-binder_status_t Connection::SendBytes(std::vector<uint8_t>&& bytes, bool oneway) {
-  if (generation_ != CurrentGeneration()) return STATUS_DEAD_OBJECT;
-  lumx::MutexLock l(&wmu_);
-  if (wdead_) return STATUS_DEAD_OBJECT;
-  const size_t size = bytes.size();
-  if (oneway) {
-    if (queued_ > 0 && queued_ + size > kMaxQueuedBytes) return STATUS_WOULD_BLOCK;
-    if (oneway_in_flight_ > 0 && oneway_in_flight_ + size > kMaxOnewayInFlight) {
-      return STATUS_WOULD_BLOCK;
-    }
-    oneway_in_flight_ += size;
-  }
-  size_t off = 0;
-  if (sendq_.empty()) {
-    while (off < size) {
-      ssize_t n = send(fd_.get(), bytes.data() + off, size - off, MSG_DONTWAIT | MSG_NOSIGNAL);
-      if (n > 0) {
-        off += static_cast<size_t>(n);
-        continue;
-      }
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
-      // The peer is gone; the reader notices and cleans up.
-      shutdown(fd_.get(), SHUT_RDWR);
-      if (oneway) oneway_in_flight_ -= size;
-      return STATUS_DEAD_OBJECT;
-    }
-    if (off == size) return STATUS_OK;
-  }
-  OutBuf b;
-  b.bytes = std::move(bytes);
-  b.off = off;
-  sendq_.push_back(std::move(b));
-  queued_ += size - off;
-  if (!writer_.joinable()) writer_ = std::thread([this] { WriterLoop(); });
-  wcv_.notify_all();
-  return STATUS_OK;
-}
-
-void Connection::WriterLoop() {
-  wmu_.lock();
-  for (;;) {
-    while (!wdead_ && sendq_.empty()) WaitOn(wcv_, wmu_);
-    if (wdead_) break;
+void Connection::DrainLocked() {
+  Looper& lp = rt()->looper;
+  while (!sendq_.empty()) {
     OutBuf& b = sendq_.front();
-    const uint8_t* p = b.bytes.data() + b.off;
-    const size_t left = b.bytes.size() - b.off;
-    const int fd = fd_.get();
-    wmu_.unlock();
-    struct pollfd pfd = {fd, POLLOUT, 0};
-    poll(&pfd, 1, -1);
-    ssize_t n = send(fd, p, left, MSG_DONTWAIT | MSG_NOSIGNAL);
-    const int err = errno;
-    wmu_.lock();
+    ssize_t n = send(fd_.get(), b.bytes.data() + b.off, b.bytes.size() - b.off,
+                     MSG_DONTWAIT | MSG_NOSIGNAL);
     if (n > 0) {
       b.off += static_cast<size_t>(n);
       queued_ -= static_cast<size_t>(n);
+      lp.queued_bytes.fetch_sub(n);
       if (b.off == b.bytes.size()) sendq_.pop_front();
-    } else if (n < 0 && err != EAGAIN && err != EWOULDBLOCK && err != EINTR) {
-      shutdown(fd, SHUT_RDWR);
-      while (!wdead_) WaitOn(wcv_, wmu_);
-      break;
+      continue;
+    }
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
+    shutdown(fd_.get(), SHUT_RDWR);  // the peer is gone; the reader cleans up
+    return;
+  }
+}
+
+void Connection::OnWritable() {
+  lumx::MutexLock l(&wmu_);
+  if (wdead_) return;
+  DrainLocked();
+  if (!sendq_.empty()) rt()->looper.WatchWritable(fd_.get(), id_, true);
+}
+
+binder_status_t Connection::SendBytes(std::vector<uint8_t>&& bytes, bool oneway) {
+  if (generation_ != CurrentGeneration()) return STATUS_DEAD_OBJECT;
+  Looper& lp = rt()->looper;
+  char why[96];
+  bool kill = false;
+  {
+    lumx::MutexLock l(&wmu_);
+    if (wdead_ || killed_) return STATUS_DEAD_OBJECT;
+    const size_t size = bytes.size();
+    if (oneway) {
+      if (queued_ > 0 && queued_ + size > kMaxOnewayQueuedBytes) return STATUS_WOULD_BLOCK;
+      if (oneway_in_flight_ > 0 && oneway_in_flight_ + size > kMaxOnewayInFlight) {
+        return STATUS_WOULD_BLOCK;
+      }
+      oneway_in_flight_ += size;
+    }
+    size_t off = 0;
+    if (sendq_.empty()) {
+      while (off < size) {
+        ssize_t n = send(fd_.get(), bytes.data() + off, size - off, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (n > 0) {
+          off += static_cast<size_t>(n);
+          continue;
+        }
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+        // The peer is gone; the reader notices and cleans up.
+        shutdown(fd_.get(), SHUT_RDWR);
+        if (oneway) oneway_in_flight_ -= size;
+        return STATUS_DEAD_OBJECT;
+      }
+      if (off == size) return STATUS_OK;
+    }
+    const size_t rest = size - off;
+    if (queued_ + rest > kMaxQueuedBytes ||
+        (queued_ > 0 && lp.queued_bytes.load() + static_cast<int64_t>(rest) >
+                            static_cast<int64_t>(kMaxQueuedBytesTotal))) {
+      if (oneway) oneway_in_flight_ -= size;
+      snprintf(why, sizeof(why), "it does not read (%zu bytes queued for it%s)", queued_ + rest,
+               queued_ + rest > kMaxQueuedBytes ? "" : ", process total over 64 MiB");
+      kill = true;
+    } else {
+      OutBuf b;
+      b.bytes = std::move(bytes);
+      b.off = off;
+      sendq_.push_back(std::move(b));
+      queued_ += rest;
+      lp.queued_bytes.fetch_add(static_cast<int64_t>(rest));
+      if (sendq_.size() == 1) {
+        lp.WatchWritable(fd_.get(), id_, in_write_set_);
+        in_write_set_ = true;
+      }
+      return STATUS_OK;
     }
   }
-  wmu_.unlock();
+  if (kill) Kill(why);
+  return STATUS_DEAD_OBJECT;
 }
 
 binder_status_t Connection::SendFrame(const Frame& f, bool oneway) {
@@ -774,7 +852,7 @@ binder_status_t Connection::Transact(uint64_t target_id, uint32_t code, const AP
   PendingCall call;
   {
     lumx::MutexLock l(&mu_);
-    if (dead_) {
+    if (dead_ || Closing()) {
       st = STATUS_DEAD_OBJECT;
     } else {
       pending_[f.txn_id] = {&call, ts};

@@ -2,31 +2,35 @@
 // either side may call objects of the other, so a client's callback objects
 // are called back over the connection the client opened.
 //
-// Reading: one thread at a time reads the socket. Idle reader threads wait in
-// epoll_wait on the connection's epoll instance (socket registered one-shot,
-// so one of them wakes per burst of data). A reader hands replies to their
-// waiting callers, nested call-backs to the thread they belong to, and other
-// incoming calls to the thread pool, except that it runs one synchronous call
-// itself when the pool has a free slot (after making sure another reader
-// waits). A thread waiting for a reply reads the socket itself when no reader
-// has it, so in the common case nobody else is woken for the reply.
+// Reading: one thread at a time holds the connection's read role: a reader
+// thread of the process's looper (looper.h) woken by the socket, or a caller
+// waiting for its reply, which reads the socket itself when nobody else does
+// (then nobody else is woken for the reply). The holder hands replies to
+// their waiting callers, nested call-backs to the thread they belong to, and
+// other incoming calls to the thread pool, except that a reader thread runs
+// one synchronous call itself when the pool has a free slot.
 //
 // Writing never blocks: a frame goes out directly when the socket takes it;
-// whatever the socket does not take is queued whole and drained by a writer
-// thread (started the first time that happens). One-way calls fail with
-// STATUS_WOULD_BLOCK instead of blocking: when that queue passes
-// kMaxQueuedBytes, or when the peer has not started kMaxOnewayInFlight bytes
-// of our one-way calls yet. Framing is never broken because a frame is either
-// refused before its first byte or queued to the end.
+// whatever it does not take is queued whole and sent by the looper when the
+// socket has room. One-way calls are refused with STATUS_WOULD_BLOCK instead
+// of queueing beyond kMaxOnewayQueuedBytes, or when the peer has not started
+// kMaxOnewayInFlight bytes of our one-way calls yet. Anything else past
+// kMaxQueuedBytes closes the connection: the peer is not reading. Framing is
+// never broken because a frame is either refused before its first byte or
+// queued to the end.
+//
+// Closing: only the read-role holder ends a connection (OnDeath); anyone
+// else shuts the socket down (Kill), which the looper then reads as the end.
+// Calls of a closed connection that have not started are dropped.
 #pragma once
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <memory>
 #include <string>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -37,8 +41,8 @@
 
 namespace lumx_binder {
 
-// Send backlog above which one-way calls are refused.
-constexpr size_t kMaxQueuedBytes = 1u << 20;
+// One-way calls are refused while the send backlog would pass this.
+constexpr size_t kMaxOnewayQueuedBytes = 1u << 20;
 // One-way calls in flight (sent, not yet started by the peer) above which
 // further one-way calls are refused: the peer acknowledges one-way calls as
 // it starts running them, so a slow peer makes our one-way calls fail with
@@ -52,9 +56,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // `fd` is connected. `peer_nonce` is known when the caller already read the
   // peer's hello (0: the reader expects it as the first frame).
   static std::shared_ptr<Connection> Create(lumx::unique_fd fd, uint64_t peer_nonce);
+  Connection(lumx::unique_fd fd, uint64_t peer_nonce);
   ~Connection();
 
-  // Sends our hello (unless `hello_sent`) and starts the reader thread.
+  // Sends our hello (unless `hello_sent`) and starts watching the socket.
   void Start(bool hello_sent);
 
   // A transaction on the peer's object `target_id` (0: the context object).
@@ -69,10 +74,33 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void SendRelease(uint64_t remote_id, int64_t count);
 
   bool IsDead();
-  // A received one-way call of `bytes` started running.
-  void ReleaseBacklog(size_t bytes);
+  // Dead or being closed: its calls are not run any more.
+  bool Closing() const { return closing_.load(std::memory_order_acquire); }
+  // A received call of `bytes` starts running (or is dropped): it leaves
+  // the incoming backlog, and a one-way call is acknowledged.
+  void WorkStarted(size_t bytes, bool oneway);
+  // Shuts the socket down; the looper then ends the connection. `why` is
+  // logged once.
+  void Kill(const char* why);
   pid_t peer_pid() const { return peer_pid_; }
   uid_t peer_uid() const { return peer_uid_; }
+  uint64_t id() const { return id_; }
+
+  // The looper woke for the socket: read what it holds. May hand back one
+  // synchronous call to run on this thread.
+  void OnReadable(Work** inline_work);
+  // The looper saw room in the socket: send what waits.
+  void OnWritable();
+  // The frame deadline passed for the frame in progress (ms since it began,
+  // 0 if none).
+  int64_t PartialSince() const { return partial_since_.load(std::memory_order_relaxed); }
+  // Over the partial-frame budget it was parked; re-arm it.
+  void Unpark();
+
+  // Reads the socket while waiting for the reply to `call`, if no other
+  // thread reads it now; returns false (without reading) otherwise. Stops
+  // when the call is answered or a nested call arrived for this thread.
+  bool ReadAsCaller(ThreadState* ts, PendingCall* call);
 
   struct Export {
     LocalBinder* binder;  // one strong reference while count > 0
@@ -87,43 +115,33 @@ class Connection : public std::enable_shared_from_this<Connection> {
     size_t off = 0;
   };
 
-  // Reads the socket while waiting for the reply to `call`, if no other
-  // thread reads it now; returns false (without reading) otherwise. Stops
-  // when the call is answered or a nested call arrived for this thread.
-  bool ReadAsCaller(ThreadState* ts, PendingCall* call);
-
-  Connection(lumx::unique_fd fd, uint64_t peer_nonce);
-
  private:
-  // Who reads the socket: nobody, the background reader or a waiting caller.
+  // Who reads the socket: nobody, a reader thread or a waiting caller.
   static constexpr int kRoleFree = 0;
   static constexpr int kRoleReader = 1;
   static constexpr int kRoleCaller = 2;
-  enum class ReadResult { kNeedMore, kInline, kCallerDone, kBroken };
+  enum class ReadResult { kNeedMore, kInline, kCallerDone, kYield, kBroken };
 
-  // Body of the reader threads. Idle ones wait in epoll_wait on the
-  // connection's epoll instance, where the socket is registered one-shot:
-  // the kernel wakes exactly one of them per burst of data, and it re-arms
-  // the socket when it gives it back. A reader that takes a synchronous call
-  // runs it itself after making sure another reader waits (spawning one if
-  // needed), so the socket stays watched without waking anybody.
-  void ReaderThread();
-  void EnsureSpareReader();
-  // Reads and handles what the socket holds now; may pick one synchronous
-  // call to run on this thread (kInline).
+  // Reads and handles what the socket holds now (up to a fair share); may
+  // pick one synchronous call to run on this thread (kInline).
   ReadResult ReadBatch(Work** inline_work);
-  void ArmLocked(bool armed) REQUIRES(mu_);
-  // Gives the socket back and re-arms it.
+  // Takes what recv returned into the decoder and keeps the partial-frame
+  // figures up to date.
+  void Received(const uint8_t* data, size_t n);
+  void UpdatePartial();
+  // Gives the socket back and re-arms it (unless it has to wait for the
+  // partial-frame budget).
   void ReleaseReadRole();
   // Handles the complete frames in decoder_.
   ReadResult HandleBuffered(Work** inline_work, ThreadState* caller, PendingCall* call);
-  void WriterLoop();
-  // Handles one decoded frame; false on a protocol violation. May hand back
-  // a synchronous call to run on the reading thread.
+  // Handles one decoded frame; false on a protocol violation or a broken
+  // bound (close_reason_ says which). May hand back a synchronous call to
+  // run on the reading thread.
   bool HandleFrame(Frame&& f, Work** inline_work);
   bool HandleTransact(Frame&& f, Work** inline_work);
   bool HandleReply(Frame&& f);
   bool HandleRelease(const Frame& f);
+  // Ends the connection; called by the read-role holder only.
   void OnDeath();
 
   // Turns a parcel into frame objects + data, exporting our local objects.
@@ -138,10 +156,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   binder_status_t SendBytes(std::vector<uint8_t>&& bytes, bool oneway);
   binder_status_t SendFrame(const Frame& f, bool oneway);
   void ReplyError(uint64_t txn_id, binder_status_t status);
+  // Sends from the backlog while the socket takes it.
+  void DrainLocked() REQUIRES(wmu_);
 
-  // Closed by the reader once the connection is dead and the writer stopped.
+  // Closed by the read-role holder once the connection is dead.
   lumx::unique_fd fd_;
-  lumx::unique_fd epfd_;
+  const uint64_t id_;
   // Process generation at creation; a fork() child never touches the
   // connections it inherited.
   const uint64_t generation_;
@@ -152,6 +172,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // Owned by whichever thread holds the read role (handed over under mu_).
   FrameDecoder decoder_;
   bool need_hello_;
+  size_t partial_counted_ = 0;  // decoder bytes counted in the looper's total
+  const char* close_reason_ = nullptr;
+
+  std::atomic<bool> closing_{false};
+  std::atomic<int64_t> partial_since_{0};
 
   lumx::Mutex mu_;
   bool dead_ GUARDED_BY(mu_) = false;
@@ -159,22 +184,22 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::unordered_map<uint64_t, std::pair<PendingCall*, ThreadState*>> pending_ GUARDED_BY(mu_);
   std::unordered_map<uint64_t, Waiter> waiters_ GUARDED_BY(mu_);
   std::unordered_map<uint64_t, Export> exports_ GUARDED_BY(mu_);
-  // Received one-way bytes not yet started, and started but not acknowledged.
-  size_t incoming_backlog_ GUARDED_BY(mu_) = 0;
+  // Received calls not yet started (bytes), of which one-way ones; one-way
+  // bytes started but not acknowledged.
+  size_t incoming_ GUARDED_BY(mu_) = 0;
+  size_t incoming_oneway_ GUARDED_BY(mu_) = 0;
   size_t to_ack_ GUARDED_BY(mu_) = 0;
   int role_ GUARDED_BY(mu_) = kRoleFree;
-  bool closed_ GUARDED_BY(mu_) = false;  // descriptors closed (after death)
-  // Reader threads in (or about to enter) epoll_wait.
-  int epoll_waiters_ GUARDED_BY(mu_) = 0;
-  std::condition_variable readers_cv_;
+  bool parked_ GUARDED_BY(mu_) = false;
+  bool closed_ GUARDED_BY(mu_) = false;  // descriptor closed (after death)
 
   lumx::Mutex wmu_;
-  std::condition_variable wcv_;
   bool wdead_ GUARDED_BY(wmu_) = false;
+  bool killed_ GUARDED_BY(wmu_) = false;
+  bool in_write_set_ GUARDED_BY(wmu_) = false;
   std::deque<OutBuf> sendq_ GUARDED_BY(wmu_);
   size_t queued_ GUARDED_BY(wmu_) = 0;
   size_t oneway_in_flight_ GUARDED_BY(wmu_) = 0;
-  std::thread writer_ GUARDED_BY(wmu_);
 };
 
 }  // namespace lumx_binder

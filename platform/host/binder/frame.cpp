@@ -8,6 +8,9 @@ namespace {
 
 constexpr size_t kObjectFixedSize = 20;
 constexpr size_t kReadChunk = 64 * 1024;
+// A buffer this large or smaller is kept for the next frame; a larger one
+// (left by a big frame) is given back once empty.
+constexpr size_t kKeptCapacity = 16 * 1024;
 
 size_t Pad4(size_t n) { return (n + 3) & ~static_cast<size_t>(3); }
 
@@ -87,7 +90,7 @@ DecodeStatus DecodeOneFrame(const uint8_t* data, size_t size, Frame* out, const 
 
   Frame f;
   f.type = Get32(data + 8);
-  if (f.type < kFrameHello || f.type > kFrameAck) return fail("unknown frame type");
+  if (f.type < kFrameHello || f.type > kFrameRefuse) return fail("unknown frame type");
   f.wire_size = declared;
   const uint32_t n_objects = Get32(data + 12);
   f.txn_id = Get64(data + 16);
@@ -132,30 +135,38 @@ DecodeStatus DecodeOneFrame(const uint8_t* data, size_t size, Frame* out, const 
   return DecodeStatus::kOk;
 }
 
+void FrameDecoder::Compact() {
+  if (begin_ == 0) return;
+  memmove(buf_.data(), buf_.data() + begin_, end_ - begin_);
+  end_ -= begin_;
+  begin_ = 0;
+}
+
 uint8_t* FrameDecoder::WritableArea(size_t* max) {
-  // Compact when the consumed prefix dominates, then make room for one chunk.
-  if (begin_ > 0 && (begin_ == end_ || begin_ >= buf_.size() / 2)) {
-    memmove(buf_.data(), buf_.data() + begin_, end_ - begin_);
-    end_ -= begin_;
-    begin_ = 0;
-  }
-  if (buf_.size() - end_ < kReadChunk) buf_.resize(end_ + kReadChunk);
+  Compact();
+  if (buf_.size() < end_ + kReadChunk) buf_.resize(end_ + kReadChunk);
   *max = buf_.size() - end_;
   return buf_.data() + end_;
 }
 
-void FrameDecoder::Commit(size_t n) { end_ += n; }
+void FrameDecoder::Commit(size_t n) {
+  end_ += n;
+  buf_.resize(end_);
+}
 
 void FrameDecoder::Append(const uint8_t* data, size_t size) {
-  while (size > 0) {
-    size_t max = 0;
-    uint8_t* dst = WritableArea(&max);
-    const size_t n = size < max ? size : max;
-    memcpy(dst, data, n);
-    Commit(n);
-    data += n;
-    size -= n;
-  }
+  Compact();
+  buf_.resize(end_);
+  buf_.insert(buf_.end(), data, data + size);
+  end_ += size;
+}
+
+void FrameDecoder::Consumed(size_t n) {
+  begin_ += n;
+  if (begin_ < end_) return;
+  begin_ = end_ = 0;
+  buf_.clear();
+  if (buf_.capacity() > kKeptCapacity) std::vector<uint8_t>().swap(buf_);
 }
 
 DecodeStatus FrameDecoder::Next(Frame* out) {
@@ -173,8 +184,7 @@ DecodeStatus FrameDecoder::Next(Frame* out) {
   const char* why = nullptr;
   DecodeStatus st = DecodeOneFrame(p, size, out, &why);
   if (st != DecodeStatus::kOk) return Fail(why);
-  begin_ += size;
-  if (begin_ == end_) begin_ = end_ = 0;
+  Consumed(size);
   return DecodeStatus::kOk;
 }
 

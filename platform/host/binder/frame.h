@@ -44,6 +44,14 @@ enum FrameType : uint32_t {
   // The receiver started running one-way calls totalling `code` bytes of
   // frames (flow control credit back to their sender).
   kFrameAck = 5,
+  // Sent by a service instead of its hello when it will not take the
+  // connection: code = why (RefuseReason), target = the limit reached.
+  kFrameRefuse = 6,
+};
+
+enum RefuseReason : uint32_t {
+  kRefuseTooManyFromPeer = 1,  // the connecting process has too many open
+  kRefuseTooMany = 2,          // the service has too many open in all
 };
 
 enum ObjectKind : uint32_t {
@@ -93,13 +101,15 @@ enum class DecodeStatus {
 };
 
 // Splits a byte stream into frames. Feed it whatever the socket returned.
+// It holds only the bytes of the frame in progress: an idle connection's
+// decoder owns no buffer.
 class FrameDecoder {
  public:
-  // Where to put up to `max` bytes read from the socket; then call Commit(n).
+  // Copies bytes read from the socket in.
+  void Append(const uint8_t* data, size_t size);
+  // Or: where to put up to `max` bytes read from the socket; then Commit(n).
   uint8_t* WritableArea(size_t* max);
   void Commit(size_t n);
-  // Convenience for tests and fuzzers: copies bytes in.
-  void Append(const uint8_t* data, size_t size);
 
   // Takes the next complete frame out of the buffer. After kError every
   // further call returns kError.
@@ -109,6 +119,8 @@ class FrameDecoder {
   size_t buffered() const { return end_ - begin_; }
 
  private:
+  void Compact();
+  void Consumed(size_t n);
   DecodeStatus Fail(const char* why) {
     error_ = why;
     return DecodeStatus::kError;

@@ -37,6 +37,7 @@
 #include "common/thread_annotations.h"
 #include "common/unique_fd.h"
 #include "frame.h"
+#include "looper.h"
 
 struct AIBinder_Class {
   std::string descriptor;
@@ -201,8 +202,11 @@ struct Work {
   size_t backlog_bytes = 0;  // counted in conn's incoming backlog until started
 };
 
-// Runs an incoming transaction on the current thread and answers it.
+// Runs an incoming transaction on the current thread and answers it; one of
+// a connection that is closing is dropped instead.
 void ExecuteWork(Work* w);
+// Drops an incoming transaction that will never run.
+void DiscardWork(Work* w);
 
 // Calls the object's onTransact after checking the interface token.
 binder_status_t DispatchLocal(LocalBinder* b, transaction_code_t code, const AParcel* in,
@@ -222,6 +226,8 @@ class ThreadPool {
   void Enqueue(Work* w);
   // A one-way call on `target` finished: release the next one.
   void OnewayDone(LocalBinder* target);
+  // Drops every queued call of `conn` (it died): none of them runs.
+  void DropWorkOf(const Connection* conn);
   // Takes one of the pool's slots for a call that a reader thread runs
   // itself; false when all are busy (then the call is queued).
   bool TryReserveSlot();
@@ -283,6 +289,7 @@ class Runtime {
   lumx::Mutex death_mu;
 
   ThreadPool pool;
+  Looper looper;
 
   // Service registry: name -> local object (strong reference).
   lumx::Mutex services_mu;

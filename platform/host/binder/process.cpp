@@ -123,8 +123,25 @@ binder_status_t DispatchLocal(LocalBinder* b, transaction_code_t code, const APa
   return c->on_transact(b, code, in, out);
 }
 
+void DiscardWork(Work* w) {
+  if (w->backlog_bytes > 0) w->conn->WorkStarted(w->backlog_bytes, (w->flags & FLAG_ONEWAY) != 0);
+  LocalBinder* target = w->target;
+  delete w;
+  DecStrong(target);
+}
+
 void ExecuteWork(Work* w) {
-  if (w->backlog_bytes > 0) w->conn->ReleaseBacklog(w->backlog_bytes);
+  const bool oneway = (w->flags & FLAG_ONEWAY) != 0;
+  if (w->conn->Closing()) {
+    // Its caller is gone or being cut off: the answer would go nowhere.
+    LocalBinder* target = w->target;
+    IncStrong(target);
+    DiscardWork(w);
+    if (oneway) rt()->pool.OnewayDone(target);
+    DecStrong(target);
+    return;
+  }
+  if (w->backlog_bytes > 0) w->conn->WorkStarted(w->backlog_bytes, oneway);
   ThreadState* ts = CurrentThread();
   ts->contexts.push_back(IncomingContext{w->conn.get(), w->sender_token, w->pid, w->uid});
   binder_status_t st;
@@ -136,7 +153,6 @@ void ExecuteWork(Work* w) {
     if ((w->flags & FLAG_ONEWAY) == 0) w->conn->SendReply(w->txn_id, st, &reply);
   }
   LocalBinder* target = w->target;
-  const bool oneway = (w->flags & FLAG_ONEWAY) != 0;
   delete w;
   if (oneway) rt()->pool.OnewayDone(target);
   DecStrong(target);
@@ -202,6 +218,47 @@ void ThreadPool::OnewayDone(LocalBinder* target) {
   PushLocked(next);
 }
 
+void ThreadPool::DropWorkOf(const Connection* conn) {
+  std::vector<Work*> dropped;
+  {
+    lumx::MutexLock l(&mu_);
+    // One-way calls waiting behind another first, so that none of them is
+    // released into the queue below.
+    for (auto& entry : async_) {
+      std::deque<Work*>& waiting = entry.second;
+      for (auto it = waiting.begin(); it != waiting.end();) {
+        if ((*it)->conn.get() == conn) {
+          dropped.push_back(*it);
+          it = waiting.erase(it);
+        } else {
+          ++it;
+        }
+      }
+    }
+    std::deque<Work*> keep;
+    for (Work* w : queue_) {
+      if (w->conn.get() != conn) {
+        keep.push_back(w);
+        continue;
+      }
+      dropped.push_back(w);
+      if ((w->flags & FLAG_ONEWAY) == 0) continue;
+      // It held its object's one-way turn: the next one-way call goes.
+      auto it = async_.find(w->target);
+      if (it == async_.end()) continue;
+      if (it->second.empty()) {
+        async_.erase(it);
+      } else {
+        keep.push_back(it->second.front());
+        it->second.pop_front();
+      }
+    }
+    queue_.swap(keep);
+    if (!queue_.empty()) cv_.notify_all();
+  }
+  for (Work* w : dropped) DiscardWork(w);
+}
+
 void ThreadPool::PushLocked(Work* w) {
   queue_.push_back(w);
   if (queue_.size() > idle_) {
@@ -219,7 +276,7 @@ void ThreadPool::PushLocked(Work* w) {
 
 void ThreadPool::SpawnLocked() {
   ++idle_;
-  std::thread([this] { Loop(); }).detach();
+  if (!StartThread([this] { Loop(); })) --idle_;
 }
 
 bool ThreadPool::TryReserveSlot() {

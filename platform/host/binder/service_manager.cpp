@@ -16,7 +16,6 @@
 #include <unistd.h>
 
 #include <string>
-#include <thread>
 
 #include "connection.h"
 #include "internal.h"
@@ -46,17 +45,43 @@ bool FillAddress(const std::string& path, struct sockaddr_un* addr) {
   return true;
 }
 
-bool EnsureDir(const std::string& dir) {
-  if (mkdir(dir.c_str(), 0700) == 0) return true;
-  if (errno != EEXIST) return false;
+// The runtime directory holds the sockets every client trusts, so it must be
+// ours alone: created 0700, or an existing real directory (not a symbolic
+// link) owned by our uid that neither group nor others may use. On refusal
+// `why` says what is wrong with it, naming the path.
+bool EnsureDir(const std::string& dir, std::string* why) {
+  const uid_t me = geteuid();
+  if (mkdir(dir.c_str(), 0700) == 0) {
+    // Whatever the umask left, it is ours and private.
+    if (chmod(dir.c_str(), 0700) != 0) {
+      *why = "cannot set the mode of " + dir + ": " + strerror(errno);
+      return false;
+    }
+  } else if (errno != EEXIST) {
+    *why = "cannot create " + dir + ": " + strerror(errno);
+    return false;
+  }
   struct stat st;
-  return stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-int64_t NowMs() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+  if (lstat(dir.c_str(), &st) != 0) {
+    *why = "cannot examine " + dir + ": " + strerror(errno);
+    return false;
+  }
+  char detail[128];
+  if (S_ISLNK(st.st_mode)) {
+    snprintf(detail, sizeof(detail), " is a symbolic link");
+  } else if (!S_ISDIR(st.st_mode)) {
+    snprintf(detail, sizeof(detail), " is not a directory");
+  } else if (st.st_uid != me) {
+    snprintf(detail, sizeof(detail), " belongs to uid %u, not to uid %u", static_cast<unsigned>(st.st_uid),
+             static_cast<unsigned>(me));
+  } else if ((st.st_mode & 077) != 0) {
+    snprintf(detail, sizeof(detail), " has mode %04o: group or others have access (it must be 0700)",
+             static_cast<unsigned>(st.st_mode & 07777));
+  } else {
+    return true;
+  }
+  *why = "binder directory " + dir + detail;
+  return false;
 }
 
 // Reads exactly `n` bytes before `deadline_ms`.
@@ -89,46 +114,45 @@ bool SendFully(int fd, const uint8_t* buf, size_t n) {
 }
 
 // Binds a listening socket at `path`, replacing a stale socket file whose
-// listener is gone. Returns the fd or -errno.
-int BindServiceSocket(const std::string& path) {
+// listener is gone. Anything else at the path is left alone and refused.
+// Returns the fd, or -1 with `why` set.
+int BindServiceSocket(const std::string& path, std::string* why) {
   struct sockaddr_un addr;
-  if (!FillAddress(path, &addr)) return -ENAMETOOLONG;
-  lumx::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!fd.ok()) return -errno;
-  if (bind(fd.get(), reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) {
-    if (errno != EADDRINUSE) return -errno;
+  if (!FillAddress(path, &addr)) {
+    *why = "socket path " + path + " is too long";
+    return -1;
+  }
+  lumx::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!fd.ok()) {
+    *why = std::string("socket: ") + strerror(errno);
+    return -1;
+  }
+  struct stat st;
+  if (lstat(path.c_str(), &st) == 0) {
+    if (!S_ISSOCK(st.st_mode)) {
+      *why = path + (S_ISLNK(st.st_mode) ? " is a symbolic link" : " exists and is not a socket");
+      return -1;
+    }
     lumx::unique_fd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!probe.ok()) return -errno;
-    if (connect(probe.get(), reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0 ||
-        errno == EAGAIN || errno == EINPROGRESS) {
-      return -EADDRINUSE;  // somebody is serving it
+    if (probe.ok() && (connect(probe.get(), reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0 ||
+                       errno == EAGAIN || errno == EINPROGRESS)) {
+      struct ucred cred = {};
+      socklen_t len = sizeof(cred);
+      getsockopt(probe.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len);
+      char who[96];
+      snprintf(who, sizeof(who), " is served by another process (pid %d, uid %u)", static_cast<int>(cred.pid),
+               static_cast<unsigned>(cred.uid));
+      *why = path + who;
+      return -1;
     }
-    probe.reset();
-    unlink(path.c_str());
-    if (bind(fd.get(), reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) {
-      return -errno;
-    }
+    unlink(path.c_str());  // stale: nobody listens there
   }
-  if (chmod(path.c_str(), 0600) != 0) return -errno;
-  if (listen(fd.get(), 128) != 0) return -errno;
+  if (bind(fd.get(), reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0 ||
+      chmod(path.c_str(), 0600) != 0 || listen(fd.get(), 128) != 0) {
+    *why = "cannot listen on " + path + ": " + strerror(errno);
+    return -1;
+  }
   return fd.release();
-}
-
-void AcceptLoop(int listen_fd) {
-  for (;;) {
-    int c = accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC);
-    if (c < 0) {
-      if (errno == EINTR || errno == ECONNABORTED || errno == EPROTO) continue;
-      if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-        usleep(10000);  // out of descriptors: let existing ones go first
-        continue;
-      }
-      __android_log_print(ANDROID_LOG_ERROR, kTag, "accept: %s", strerror(errno));
-      return;
-    }
-    std::shared_ptr<Connection> conn = Connection::Create(lumx::unique_fd(c), 0);
-    conn->Start(false);
-  }
 }
 
 AIBinder* FindLocalService(const std::string& name) {
@@ -145,6 +169,8 @@ AIBinder* FindLocalService(const std::string& name) {
 std::string RuntimeDir() {
   const char* env = getenv("LUMX_BINDER_DIR");
   if (env != nullptr && env[0] != '\0') return env;
+  const char* xdg = getenv("XDG_RUNTIME_DIR");
+  if (xdg != nullptr && xdg[0] == '/') return std::string(xdg) + "/lumx-binder";
   return "/tmp/lumx-binder-" + std::to_string(getuid());
 }
 
@@ -186,8 +212,9 @@ bool ValidServiceName(const char* name) {
 }
 
 AIBinder* LookupOverSocket(const std::string& instance, int hello_timeout_ms) {
+  const std::string path = SocketPathFor(RuntimeDir(), instance);
   struct sockaddr_un addr;
-  if (!FillAddress(SocketPathFor(RuntimeDir(), instance), &addr)) return nullptr;
+  if (!FillAddress(path, &addr)) return nullptr;
   lumx::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd.ok()) return nullptr;
   int rc;
@@ -195,6 +222,19 @@ AIBinder* LookupOverSocket(const std::string& instance, int hello_timeout_ms) {
     rc = connect(fd.get(), reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr));
   } while (rc != 0 && errno == EINTR);
   if (rc != 0) return nullptr;
+
+  // Only a process of our own uid, or root, may answer for a service:
+  // anybody else could have planted the socket.
+  struct ucred cred = {};
+  socklen_t len = sizeof(cred);
+  if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) return nullptr;
+  if (cred.uid != geteuid() && cred.uid != 0) {
+    __android_log_print(ANDROID_LOG_ERROR, kTag,
+                        "%s: refusing %s: it is served by uid %u (pid %d), not by uid %u or root",
+                        instance.c_str(), path.c_str(), static_cast<unsigned>(cred.uid),
+                        static_cast<int>(cred.pid), static_cast<unsigned>(geteuid()));
+    return nullptr;
+  }
 
   Runtime* r = rt();
   Frame hello;
@@ -209,8 +249,15 @@ AIBinder* LookupOverSocket(const std::string& instance, int hello_timeout_ms) {
   if (!ReadFully(fd.get(), buf, sizeof(buf), NowMs() + hello_timeout_ms)) return nullptr;
   Frame peer;
   const char* why = nullptr;
-  if (DecodeOneFrame(buf, sizeof(buf), &peer, &why) != DecodeStatus::kOk ||
-      peer.type != kFrameHello || peer.target == 0) {
+  if (DecodeOneFrame(buf, sizeof(buf), &peer, &why) == DecodeStatus::kOk && peer.type == kFrameRefuse) {
+    __android_log_print(ANDROID_LOG_ERROR, kTag, "%s: pid %d refused the connection: %s (limit %llu)",
+                        instance.c_str(), static_cast<int>(cred.pid),
+                        peer.code == kRefuseTooManyFromPeer ? "this process has too many connections open to it"
+                                                            : "it has too many connections open",
+                        static_cast<unsigned long long>(peer.target));
+    return nullptr;
+  }
+  if (why != nullptr || peer.type != kFrameHello || peer.target == 0) {
     __android_log_print(ANDROID_LOG_WARN, kTag, "%s: bad greeting from service socket",
                         instance.c_str());
     return nullptr;
@@ -267,25 +314,27 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
       it->second = binder;
     } else {
       const std::string dir = lumx_binder::RuntimeDir();
-      if (!lumx_binder::EnsureDir(dir)) {
-        __android_log_print(ANDROID_LOG_ERROR, lumx_binder::kTag,
-                            "addService(%s): cannot create %s: %s", instance, dir.c_str(),
-                            strerror(errno));
-        return EX_ILLEGAL_STATE;
+      std::string why;
+      int fd = -1;
+      if (lumx_binder::EnsureDir(dir, &why)) {
+        fd = lumx_binder::BindServiceSocket(lumx_binder::SocketPathFor(dir, name), &why);
       }
-      const std::string path = lumx_binder::SocketPathFor(dir, name);
-      int fd = lumx_binder::BindServiceSocket(path);
       if (fd < 0) {
-        __android_log_print(ANDROID_LOG_ERROR, lumx_binder::kTag,
-                            "addService(%s): cannot listen on %s: %s", instance, path.c_str(),
-                            fd == -EADDRINUSE ? "served by another process" : strerror(-fd));
+        __android_log_print(ANDROID_LOG_ERROR, lumx_binder::kTag, "addService(%s): %s", instance,
+                            why.c_str());
         return EX_ILLEGAL_STATE;
       }
       lumx_binder::TrackFd(fd);
+      if (!r->looper.AddListener(fd)) {
+        __android_log_print(ANDROID_LOG_ERROR, lumx_binder::kTag, "addService(%s): cannot watch %s",
+                            instance, lumx_binder::SocketPathFor(dir, name).c_str());
+        lumx_binder::UntrackFd(fd);
+        close(fd);
+        return EX_ILLEGAL_STATE;
+      }
       lumx_binder::IncStrong(binder);
       r->services[name] = binder;
       r->listeners[name] = fd;
-      std::thread([fd] { lumx_binder::AcceptLoop(fd); }).detach();
     }
   }
   if (replaced != nullptr) lumx_binder::DecStrong(replaced);
