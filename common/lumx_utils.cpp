@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "common/lumx_log.h"
+#include "common/utf8_text.h"
 
 int32_t SetThreadRealtimePriority() {
   struct sched_param param = {};
@@ -59,7 +60,9 @@ std::string FourCcToString(uint32_t code) {
   text[2] = static_cast<char>((code >> 8) & 0xff);
   text[3] = static_cast<char>(code & 0xff);
   text[4] = '\0';
-  return std::string(text);
+  // A client's code may end inside a character (0x41c30000 is "A" and half
+  // of an "é"); that half would make the whole answer unsendable.
+  return std::string(text, lumx::Utf8CutLength(text, strlen(text)));
 }
 
 std::string UseCaseToString(UseCase useCase) { return ::aidl::lumx::toString(useCase); }

@@ -22,6 +22,7 @@ enum ExitCode : int {
   kExitSoftware = 70,     // internal error of the tool
   kExitCantCreate = 73,   // an output file cannot be created
   kExitIoErr = 74,        // writing an output file failed
+  kExitDisplaced = 75,    // relay: another client registered on the processor
 };
 
 // The name under which lumxd registers ILumx.

@@ -4,8 +4,14 @@
 // calls on a binder pool thread). The pool thread only stamps and queues the
 // packet; the main thread records it, answers it with one block of the play
 // file through SendAudio, and watches for the end of the session: the time
-// limit, SIGINT/SIGTERM (blocked in every thread and polled here), or the
-// death of the daemon.
+// limit, SIGINT/SIGTERM (blocked in every thread and polled here), the death
+// of the daemon, or another client registering on the processor.
+//
+// A processor holds one callback, and registering a null one detaches
+// whoever is registered. So the session detaches only while its own
+// callback is the one held: the daemon drops its reference to our callback
+// object when another client replaces it, and then nothing keeps the
+// object's binder alive (we hold it weakly).
 #include <android/binder_ibinder.h>
 #include <android/binder_process.h>
 #include <pthread.h>
@@ -116,6 +122,26 @@ class Receiver : public ILumx::BnReceiveAudioCallback {
 };
 
 void OnDaemonDied(void* cookie) { static_cast<PacketQueue*>(cookie)->MarkDead(); }
+
+std::string DisplacedText(const std::string& processor) {
+  return "another client registered on " + processor +
+         " (or the processor was deleted): this session no longer receives its audio";
+}
+
+// Whether the daemon still holds the callback we registered.
+class Registration {
+ public:
+  explicit Registration(AIBinder* binder) : weak_(AIBinder_Weak_new(binder)) {}
+  bool Held() const {
+    AIBinder* b = AIBinder_Weak_promote(weak_.get());
+    if (b == nullptr) return false;
+    AIBinder_decStrong(b);
+    return true;
+  }
+
+ private:
+  ndk::ScopedAIBinder_Weak weak_;
+};
 
 // True if SIGINT or SIGTERM is pending (they are blocked in every thread).
 bool StopSignalPending(const sigset_t& signals) {
@@ -262,6 +288,8 @@ int RunRelay(const RelayOptions& options) {
     return ExitCodeForStatus(outcome.status);
   }
 
+  // Watched weakly from now on; the daemon's reference keeps it alive.
+  const Registration registration(receiver->asBinder().get());
   RelaySession session(options, lumx, &source, &sink);
   const auto start = std::chrono::steady_clock::now();
   const auto limit = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
@@ -289,6 +317,15 @@ int RunRelay(const RelayOptions& options) {
       endError = session.error();
       break;
     }
+    if (!daemonDied && !registration.Held()) {
+      // Dropped by the daemon: replaced, unless the daemon itself is gone.
+      daemonDied = AIBinder_ping(lumx->asBinder().get()) != STATUS_OK;
+      if (!daemonDied) {
+        exitCode = kExitDisplaced;
+        endError = DisplacedText(processorName);
+        break;
+      }
+    }
     if (daemonDied) {
       exitCode = kExitUnavailable;
       endError = "lost the connection to " + ServiceName();
@@ -299,12 +336,21 @@ int RunRelay(const RelayOptions& options) {
   }
 
   if (exitCode == kExitOk) {
-    // Detach, so the processor stops calling a client that is going away.
-    ILumx::CommandResult detach;
-    status = lumx->RegisterReceiveAudioCallback(processorId, nullptr, &detach);
-    if (!status.isOk()) {
+    if (registration.Held()) {
+      // Detach, so the processor stops calling a client that is going away
+      // (only while it is ours: a null callback detaches whoever holds it).
+      ILumx::CommandResult detach;
+      status = lumx->RegisterReceiveAudioCallback(processorId, nullptr, &detach);
+      if (!status.isOk()) {
+        exitCode = kExitUnavailable;
+        endError = "detaching from " + ServiceName() + " failed: " + status.getDescription();
+      }
+    } else if (AIBinder_ping(lumx->asBinder().get()) == STATUS_OK) {
+      exitCode = kExitDisplaced;
+      endError = DisplacedText(processorName);
+    } else {
       exitCode = kExitUnavailable;
-      endError = "detaching from " + ServiceName() + " failed: " + status.getDescription();
+      endError = "lost the connection to " + ServiceName();
     }
   }
   // Keep what arrived before the detach took effect; answer none of it.

@@ -9,6 +9,7 @@
 
 #include <limits>
 
+#include "common/utf8_text.h"
 #include "internal.h"
 
 using lumx_binder::DecStrong;
@@ -134,12 +135,16 @@ binder_status_t ReadCount(const AParcel* p, int32_t* length) {
   return STATUS_OK;
 }
 
+// Strings travel as UTF-8 here, but Android converts them to UTF-16 and
+// refuses those whose last character is cut short; so do we, both ways, so
+// that a host test meets every string a device would refuse.
 binder_status_t WriteStringImpl(AParcel* p, const char* s, int32_t length) {
   if (s == nullptr) {
     if (length != -1) return STATUS_BAD_VALUE;
     return WriteValue<int32_t>(p, -1);
   }
   if (length < 0) return STATUS_BAD_VALUE;
+  if (!lumx::Utf8Sendable(s, static_cast<size_t>(length))) return STATUS_BAD_VALUE;
   binder_status_t st = WriteValue<int32_t>(p, length);
   if (st != STATUS_OK) return st;
   uint8_t* dst = nullptr;
@@ -162,6 +167,9 @@ binder_status_t ReadStringImpl(const AParcel* p, Alloc alloc) {
   if (length < -1) return STATUS_BAD_VALUE;
   const size_t n = static_cast<size_t>(length);
   if (Pad4(n + 1) > Remaining(p)) return STATUS_NOT_ENOUGH_DATA;
+  if (!lumx::Utf8Sendable(reinterpret_cast<const char*>(p->data.data() + p->pos), n)) {
+    return STATUS_BAD_VALUE;
+  }
   if (!alloc(length + 1, &buf) || buf == nullptr) return STATUS_NO_MEMORY;
   const uint8_t* src = Consume(p, n + 1);
   memcpy(buf, src, n);

@@ -1,5 +1,5 @@
-// Host liblog: one logcat-style line per message on stderr, a minimum
-// priority from $LUMX_LOG_LEVEL and an in-process capture for tests.
+// Host liblog: logcat-style lines on stderr (one per line of a message), a
+// minimum priority from $LUMX_LOG_LEVEL and an in-process capture for tests.
 #include <android/log.h>
 #include <lumx_host/log_capture.h>
 
@@ -115,10 +115,10 @@ int Emit(int prio, const char* tag, const char* msg) {
   char head[96];
   snprintf(head, sizeof(head), "%s %5d %5d ", stamp, static_cast<int>(getpid()),
            static_cast<int>(syscall(SYS_gettid)));
-  std::string line = head + FormatLogLineTail(prio, tag, text.c_str());
-  // One write per line so concurrent lines do not interleave.
-  const char* p = line.data();
-  size_t left = line.size();
+  const std::string lines = FormatLogLines(head, prio, tag, text.c_str());
+  // One write per message so concurrent messages do not interleave.
+  const char* p = lines.data();
+  size_t left = lines.size();
   while (left > 0) {
     ssize_t n = write(STDERR_FILENO, p, left);
     if (n < 0) {
@@ -133,20 +133,52 @@ int Emit(int prio, const char* tag, const char* msg) {
 
 }  // namespace
 
-std::string FormatLogLineTail(int priority, const char* tag, const char* message) {
+std::string FormatLogLines(const char* head, int priority, const char* tag, const char* message) {
   if (tag == nullptr) tag = "";
   if (message == nullptr) message = "(null)";
   char prefix[16];
   snprintf(prefix, sizeof(prefix), "%c ", PriorityLetter(priority < ANDROID_LOG_VERBOSE
                                                               ? ANDROID_LOG_VERBOSE
                                                               : priority));
-  std::string out = prefix;
-  out += tag;
-  if (strlen(tag) < 8) out.append(8 - strlen(tag), ' ');
-  out += ": ";
-  out += message;
-  if (out.empty() || out.back() != '\n') out += '\n';
+  std::string header = head;
+  header += prefix;
+  header += tag;
+  if (strlen(tag) < 8) header.append(8 - strlen(tag), ' ');
+  header += ": ";
+
+  // Like logcat, every line of the message gets its own header (a final
+  // newline ends the last line, it does not open an empty one). Bytes that
+  // a terminal would take as moving the cursor are written escaped, so no
+  // message can make its text look like a line of its own.
+  std::string out = header;
+  const size_t len = strlen(message);
+  for (size_t i = 0; i < len; ++i) {
+    const unsigned char c = static_cast<unsigned char>(message[i]);
+    if (c == '\n') {
+      out += '\n';
+      if (i + 1 < len) out += header;
+      continue;
+    }
+    const bool c1 = c == 0xc2 && i + 1 < len && static_cast<unsigned char>(message[i + 1]) >= 0x80 &&
+                    static_cast<unsigned char>(message[i + 1]) <= 0x9f;  // U+0080..U+009F
+    if ((c < 0x20 && c != '\t') || c == 0x7f || c1) {
+      char esc[12];
+      if (c1) {
+        snprintf(esc, sizeof(esc), "\\x%02x\\x%02x", c, static_cast<unsigned char>(message[++i]));
+      } else {
+        snprintf(esc, sizeof(esc), "\\x%02x", c);
+      }
+      out += esc;
+      continue;
+    }
+    out += static_cast<char>(c);
+  }
+  if (out.back() != '\n') out += '\n';
   return out;
+}
+
+std::string FormatLogLineTail(int priority, const char* tag, const char* message) {
+  return FormatLogLines("", priority, tag, message);
 }
 
 LogCapture::LogCapture() : state_(std::make_shared<State>()) {

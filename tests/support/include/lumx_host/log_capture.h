@@ -61,10 +61,15 @@ class LogCapture {
   std::shared_ptr<State> state_;
 };
 
-// The part of a stderr line after the time, pid and tid fields, as the host
-// logger writes it: "<P> <tag padded to 8>: <message>\n" (a message that
-// already ends in a newline gets no second one). Exposed for the host log's
-// tests; the device build does not define it.
+// What the host logger writes to stderr for one message: each line of the
+// message as "<head><P> <tag padded to 8>: <line>\n", where head is the time,
+// pid and tid fields. A final newline ends the last line (no empty line
+// follows it). Control bytes other than tab, DEL and the C1 controls
+// (U+0080..U+009F) are written as \xHH, so that no byte of a message can
+// start a line of its own or move a terminal's cursor. Exposed for the host
+// log's tests; the device build does not define these two.
+std::string FormatLogLines(const char* head, int priority, const char* tag, const char* message);
+// The same without the head: the part after the time, pid and tid fields.
 std::string FormatLogLineTail(int priority, const char* tag, const char* message);
 
 }  // namespace lumx_host
