@@ -122,7 +122,8 @@ struct Setup {
     const std::string devBare = root + "/dev-bare";
     const std::string binder = root + "/binder";
     const std::string sys = root + "/sys";
-    for (const std::string& d : {binder, sys, sys + "/power"}) mkdir(d.c_str(), 0755);
+    mkdir(binder.c_str(), 0700);  // the binder runtime accepts only a private one
+    for (const std::string& d : {sys, sys + "/power"}) mkdir(d.c_str(), 0755);
     lumx::unique_fd(open((sys + "/power/wake_lock").c_str(), O_CREAT | O_WRONLY, 0644));
     lumx::unique_fd(open((sys + "/power/wake_unlock").c_str(), O_CREAT | O_WRONLY, 0644));
     if (!StartSim(sim, devDaemon) || !StartSim(sim, devBare)) {

@@ -23,7 +23,8 @@ const char* LumxDescriptor();
 void print_aidl_return(const char* func, const CommandResult* result);
 
 // Text of a four-character code (processor id or type, tap code): the bytes
-// from the most significant down, ended early by a zero byte.
+// from the most significant down, ended early by a zero byte, and without a
+// character the code ends inside (which no binder string may carry).
 std::string FourCcToString(uint32_t code);
 
 // Names of the use cases and parameter ids as results and logs print them;

@@ -60,7 +60,8 @@ trap cleanup EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-mkdir -p "$WORK/dev" "$WORK/binder" "$WORK/sys/power"
+mkdir -p "$WORK/dev" "$WORK/sys/power"
+mkdir -m 700 "$WORK/binder"   # the binder runtime accepts only a private directory
 export LUMX_DEV_ROOT="$WORK/dev"
 export LUMX_BINDER_DIR="$WORK/binder"
 export LUMX_SYSFS_ROOT="$WORK/sys"

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "common/lumx_utils.h"
+#include "common/utf8_text.h"
 
 using lumx_host::LogCapture;
 using lumx_host::LogEntry;
@@ -85,6 +86,35 @@ TEST(FourCcTest, MostSignificantByteFirstAndStopsAtZero) {
   EXPECT_EQ("imic", FourCcToString(0x696d6963));
   EXPECT_EQ("ab", FourCcToString(0x61620063));
   EXPECT_EQ("", FourCcToString(0));
+  // A code that ends inside a character loses that half character.
+  EXPECT_EQ("A", FourCcToString(0x41c30000));
+  EXPECT_EQ("\xc3\xa9x", FourCcToString(0xc3a97800));
+  EXPECT_EQ("x\xe2\x82\xac", FourCcToString(0x78e282ac));
+}
+
+TEST(Utf8CutTest, FixedBufferCutsKeepWholeCharacters) {
+  const struct {
+    size_t size;
+    const char* text;
+    const char* kept;
+  } cases[] = {
+      {8, "abcdefghij", "abcdefg"},             // ASCII: cut at the byte
+      {8, "abcde\xc3\xa9z", "abcde\xc3\xa9"},   // the cut falls after a character
+      {7, "abcde\xc3\xa9z", "abcde"},           // ... or inside one: it goes
+      {6, "ab\xe2\x82\xacz", "ab\xe2\x82\xac"},
+      {5, "ab\xe2\x82\xacz", "ab"},
+      {4, "a\xf0\x9f\x98\x80", "a"},
+      {64, "Enable Lumx use case 'caf\xc3\xa9'", "Enable Lumx use case 'caf\xc3\xa9'"},
+  };
+  for (const auto& c : cases) {
+    char buf[64];
+    const size_t kept = lumx::FormatCut(buf, c.size, "%s", c.text);
+    EXPECT_STREQ(c.kept, buf) << c.text << " in " << c.size;
+    EXPECT_EQ(strlen(c.kept), kept);
+  }
+  std::string cut = "x\xe2\x82";
+  lumx::Utf8TrimCut(&cut);
+  EXPECT_EQ("x", cut);
 }
 
 TEST(RealtimePriorityTest, SucceedsOrLogsTheFailureLine) {

@@ -53,7 +53,7 @@ double StreamStat(const std::string& statsJson, const std::string& node, const s
 
 SystemStack::SystemStack() {
   ::mkdir(devRoot().c_str(), 0755);
-  ::mkdir(Path("binder").c_str(), 0755);
+  ::mkdir(Path("binder").c_str(), 0700);  // the binder runtime accepts only a private one
   ::mkdir(Path("sys").c_str(), 0755);
   ::mkdir(Path("sys/power").c_str(), 0755);
   dir_.Touch("sys/power/wake_lock");

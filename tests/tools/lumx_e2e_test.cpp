@@ -553,6 +553,30 @@ TEST_F(LumxToolTest, RelayStopsAfterItsTimeLimitWithJsonStats) {
   EXPECT_EQ(r.out.find('\n'), r.out.size() - 1);
 }
 
+TEST_F(LumxToolTest, ASecondRelayClientDisplacesTheFirstWhichNeverDetachesIt) {
+  lumx_test::Subprocess first, second;
+  ASSERT_TRUE(Start(&first, {"relay", "art0"}));
+  ASSERT_TRUE(fake().WaitFor(1, 0));
+  // The second registration replaces the first callback, as a relay
+  // processor does: the first session learns it and ends on its own.
+  ASSERT_TRUE(second.Start(lumx_test::BuildBinary("tools/lumx/lumx"), {"relay", "art0"},
+                           {{"LUMX_BINDER_DIR", BinderDir()}}, Path("out2"), Path("err2")));
+  ASSERT_TRUE(fake().WaitFor(2, 0));
+  RunResult r = Finish(&first);
+  EXPECT_EQ(r.exitCode, 75);
+  EXPECT_EQ(r.err,
+            "lumx: relay: another client registered on art0 (or the processor was deleted): "
+            "this session no longer receives its audio\n");
+  second.Signal(SIGINT);
+  int status = 0;
+  ASSERT_TRUE(second.WaitExit(kChildTimeoutMs, &status));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << lumx_test::ReadFileText(Path("err2"));
+  // Only the second client detached, once.
+  EXPECT_EQ(fake().Got().calls, (std::vector<std::string>{"RegisterReceiveAudioCallback(0x61727430, callback)",
+                                                      "RegisterReceiveAudioCallback(0x61727430, callback)",
+                                                      "RegisterReceiveAudioCallback(0x61727430, null)"}));
+}
+
 TEST_F(LumxToolTest, RelayRefusals) {
   fake().SetCanned({2, 0, {}});
   RunResult r = Run({"relay", "nope", "--seconds", "30"});

@@ -37,7 +37,7 @@ uint8_t* Scratch() {
   return buf.get();
 }
 
-lumx::LogRateLimiter g_close_log;
+lumx::LogRateLimiter g_close_log[Connection::kCloseCauses];
 
 }  // namespace
 
@@ -115,7 +115,7 @@ void Connection::WorkStarted(size_t bytes, bool oneway) {
   }
 }
 
-void Connection::Kill(const char* why) {
+void Connection::Kill(CloseCause cause, const char* why) {
   {
     lumx::MutexLock l(&wmu_);
     if (wdead_ || killed_) return;
@@ -124,12 +124,12 @@ void Connection::Kill(const char* why) {
     shutdown(fd_.get(), SHUT_RDWR);
   }
   uint64_t held = 0;
-  if (g_close_log.Allow(&held)) {
+  if (g_close_log[cause].Allow(&held)) {
     __android_log_print(ANDROID_LOG_WARN, kTag, "closing connection to pid %d (uid %u): %s",
                         static_cast<int>(peer_pid_), static_cast<unsigned>(peer_uid_), why);
     if (held > 0) {
-      __android_log_print(ANDROID_LOG_WARN, kTag, "closing connections: %llu more held back",
-                          static_cast<unsigned long long>(held));
+      __android_log_print(ANDROID_LOG_WARN, kTag, "closing connections (%s): %llu more held back",
+                          why, static_cast<unsigned long long>(held));
     }
   }
   // Whoever reads next sees the end; if nobody holds the socket, wake a
@@ -235,7 +235,7 @@ Connection::ReadResult Connection::HandleBuffered(Work** inline_work, ThreadStat
   if (close_reason_ != nullptr) {
     char why[128];
     snprintf(why, sizeof(why), "%s", close_reason_);
-    Kill(why);
+    Kill(close_cause_, why);
     return ReadResult::kBroken;
   }
   return Closing() ? ReadResult::kBroken : ReadResult::kNeedMore;
@@ -492,6 +492,7 @@ bool Connection::HandleTransact(Frame&& f, Work** inline_work) {
   if (mine > kMaxIncomingBytes ||
       (mine > wire_size && total > static_cast<int64_t>(kMaxIncomingBytesTotal))) {
     DiscardWork(w);
+    close_cause_ = kCloseTooFast;
     close_reason_ = mine > kMaxIncomingBytes
                         ? "calls arrive faster than they run (4 MiB waiting)"
                         : "calls arrive faster than they run (process total over 64 MiB)";
@@ -759,7 +760,7 @@ binder_status_t Connection::SendBytes(std::vector<uint8_t>&& bytes, bool oneway)
       return STATUS_OK;
     }
   }
-  if (kill) Kill(why);
+  if (kill) Kill(kCloseNotReading, why);
   return STATUS_DEAD_OBJECT;
 }
 

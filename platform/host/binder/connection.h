@@ -79,9 +79,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // A received call of `bytes` starts running (or is dropped): it leaves
   // the incoming backlog, and a one-way call is acknowledged.
   void WorkStarted(size_t bytes, bool oneway);
+  // Why a connection is cut off; each cause is logged at most once a second.
+  enum CloseCause { kCloseNotReading, kCloseTooFast, kCloseDeadline, kCloseProtocol, kCloseCauses };
   // Shuts the socket down; the looper then ends the connection. `why` is
-  // logged once.
-  void Kill(const char* why);
+  // logged.
+  void Kill(CloseCause cause, const char* why);
   pid_t peer_pid() const { return peer_pid_; }
   uid_t peer_uid() const { return peer_uid_; }
   uint64_t id() const { return id_; }
@@ -174,6 +176,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool need_hello_;
   size_t partial_counted_ = 0;  // decoder bytes counted in the looper's total
   const char* close_reason_ = nullptr;
+  CloseCause close_cause_ = kCloseProtocol;
 
   std::atomic<bool> closing_{false};
   std::atomic<int64_t> partial_since_{0};

@@ -386,7 +386,7 @@ void Looper::OnTimer() {
     const int64_t since = c->PartialSince();
     if (since == 0) continue;
     if (now - since >= kFrameDeadlineMs) {
-      c->Kill("a frame did not arrive whole within 5 s");
+      c->Kill(Connection::kCloseDeadline, "a frame did not arrive whole within 5 s");
     } else {
       pending = true;
     }

@@ -17,6 +17,7 @@
 
 #include <string>
 
+#include "common/rate_limit.h"
 #include "connection.h"
 #include "internal.h"
 
@@ -229,32 +230,35 @@ AIBinder* LookupOverSocket(const std::string& instance, int hello_timeout_ms) {
   socklen_t len = sizeof(cred);
   if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) return nullptr;
   if (cred.uid != geteuid() && cred.uid != 0) {
-    __android_log_print(ANDROID_LOG_ERROR, kTag,
-                        "%s: refusing %s: it is served by uid %u (pid %d), not by uid %u or root",
-                        instance.c_str(), path.c_str(), static_cast<unsigned>(cred.uid),
-                        static_cast<int>(cred.pid), static_cast<unsigned>(geteuid()));
+    static lumx::LogRateLimiter limiter;
+    uint64_t held = 0;
+    if (limiter.Allow(&held)) {
+      __android_log_print(ANDROID_LOG_ERROR, kTag,
+                          "%s: refusing %s: it is served by uid %u (pid %d), not by uid %u or root",
+                          instance.c_str(), path.c_str(), static_cast<unsigned>(cred.uid),
+                          static_cast<int>(cred.pid), static_cast<unsigned>(geteuid()));
+    }
     return nullptr;
   }
 
+  // The service speaks first: its hello, or why it will not take us (read
+  // before we send anything, which a refusing service would not read).
   Runtime* r = rt();
-  Frame hello;
-  hello.type = kFrameHello;
-  hello.target = r->nonce;
-  hello.code = static_cast<uint32_t>(getpid());
-  std::vector<uint8_t> bytes;
-  EncodeFrame(hello, &bytes);
-  if (!SendFully(fd.get(), bytes.data(), bytes.size())) return nullptr;
-
   uint8_t buf[kFrameHeaderSize];
   if (!ReadFully(fd.get(), buf, sizeof(buf), NowMs() + hello_timeout_ms)) return nullptr;
   Frame peer;
   const char* why = nullptr;
   if (DecodeOneFrame(buf, sizeof(buf), &peer, &why) == DecodeStatus::kOk && peer.type == kFrameRefuse) {
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "%s: pid %d refused the connection: %s (limit %llu)",
-                        instance.c_str(), static_cast<int>(cred.pid),
-                        peer.code == kRefuseTooManyFromPeer ? "this process has too many connections open to it"
-                                                            : "it has too many connections open",
-                        static_cast<unsigned long long>(peer.target));
+    // Lookups are retried in loops: one line a second.
+    static lumx::LogRateLimiter limiter;
+    uint64_t held = 0;
+    if (limiter.Allow(&held)) {
+      __android_log_print(ANDROID_LOG_ERROR, kTag, "%s: pid %d refused the connection: %s (limit %llu)",
+                          instance.c_str(), static_cast<int>(cred.pid),
+                          peer.code == kRefuseTooManyFromPeer ? "this process has too many connections open to it"
+                                                              : "it has too many connections open",
+                          static_cast<unsigned long long>(peer.target));
+    }
     return nullptr;
   }
   if (why != nullptr || peer.type != kFrameHello || peer.target == 0) {
@@ -262,6 +266,13 @@ AIBinder* LookupOverSocket(const std::string& instance, int hello_timeout_ms) {
                         instance.c_str());
     return nullptr;
   }
+  Frame hello;
+  hello.type = kFrameHello;
+  hello.target = r->nonce;
+  hello.code = static_cast<uint32_t>(getpid());
+  std::vector<uint8_t> bytes;
+  EncodeFrame(hello, &bytes);
+  if (!SendFully(fd.get(), bytes.data(), bytes.size())) return nullptr;
 
   // One connection per peer process, so an object keeps one identity.
   std::shared_ptr<Connection> conn;

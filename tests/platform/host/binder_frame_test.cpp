@@ -9,6 +9,7 @@
 
 #include "platform/host/binder/frame.h"
 #include "platform/host/binder/internal.h"
+#include "raw_peer.h"
 #include "test_util.h"
 
 namespace {
@@ -17,6 +18,7 @@ using lumx_binder::DecodeStatus;
 using lumx_binder::Frame;
 using lumx_binder::FrameDecoder;
 using lumx_binder::WireObject;
+using lumx_test::Encode;
 
 Frame SampleFrame() {
   Frame f;
@@ -35,12 +37,6 @@ Frame SampleFrame() {
   f.objects.push_back(o);
   f.data = {1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
   return f;
-}
-
-std::vector<uint8_t> Encode(const Frame& f) {
-  std::vector<uint8_t> out;
-  EXPECT_TRUE(lumx_binder::EncodeFrame(f, &out));
-  return out;
 }
 
 void Put32(std::vector<uint8_t>* b, size_t at, uint32_t v) { memcpy(b->data() + at, &v, 4); }
@@ -137,85 +133,8 @@ TEST(FrameDecoderTest, EncoderRefusesFramesAboveTheLimit) {
 
 // ---- a live service fed by hand ----
 
-class RawPeer {
- public:
-  explicit RawPeer(const std::string& path) {
-    fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    struct sockaddr_un addr = {};
-    addr.sun_family = AF_UNIX;
-    strncpy(addr.sun_path, path.c_str(), sizeof(addr.sun_path) - 1);
-    connected_ = connect(fd_, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0;
-  }
-  ~RawPeer() { close(fd_); }
-  bool connected() const { return connected_; }
-
-  bool Send(const std::vector<uint8_t>& b) {
-    return send(fd_, b.data(), b.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(b.size());
-  }
-  bool Send(const Frame& f) { return Send(Encode(f)); }
-  bool Hello() {
-    Frame h;
-    h.type = lumx_binder::kFrameHello;
-    h.target = 0xabcdef;
-    h.code = 1;
-    Frame peer;
-    return Send(h) && Recv(&peer) && peer.type == lumx_binder::kFrameHello;
-  }
-  // The next frame from the service, or false on close / timeout / garbage.
-  bool Recv(Frame* f) {
-    for (;;) {
-      DecodeStatus st = decoder_.Next(f);
-      if (st == DecodeStatus::kOk) return true;
-      if (st == DecodeStatus::kError) return false;
-      struct pollfd pfd = {fd_, POLLIN, 0};
-      if (poll(&pfd, 1, 20000) <= 0) return false;
-      size_t max = 0;
-      uint8_t* dst = decoder_.WritableArea(&max);
-      ssize_t n = recv(fd_, dst, max, 0);
-      if (n <= 0) return false;
-      decoder_.Commit(static_cast<size_t>(n));
-    }
-  }
-  // True once the service closed the connection.
-  bool Closed() {
-    char buf[256];
-    for (;;) {
-      struct pollfd pfd = {fd_, POLLIN, 0};
-      if (poll(&pfd, 1, 20000) <= 0) return false;
-      ssize_t n = recv(fd_, buf, sizeof(buf), MSG_DONTWAIT);
-      if (n == 0) return true;
-      if (n < 0 && errno != EAGAIN && errno != EINTR) return true;
-    }
-  }
-  // A synchronous transaction; returns the reply's status, or 1 if none came.
-  int32_t Call(uint64_t target, uint32_t code, const std::vector<uint8_t>& data,
-               std::vector<WireObject> objects = {}, Frame* reply_out = nullptr) {
-    Frame f;
-    f.type = lumx_binder::kFrameTransact;
-    f.txn_id = ++txn_;
-    f.target = target;
-    f.code = code;
-    f.data = data;
-    f.objects = std::move(objects);
-    if (!Send(f)) return 1;
-    Frame reply;
-    if (!Recv(&reply) || reply.type != lumx_binder::kFrameReply || reply.txn_id != txn_) return 1;
-    if (reply_out != nullptr) *reply_out = reply;
-    return static_cast<int32_t>(reply.code);
-  }
-
- private:
-  int fd_ = -1;
-  bool connected_ = false;
-  FrameDecoder decoder_;
-  uint64_t txn_ = 0;
-};
-
-std::vector<uint8_t> StringBytes(const std::string& s) {
-  ndk::ScopedAParcel p(AParcel_create());
-  AParcel_writeString(p.get(), s.c_str(), static_cast<int32_t>(s.size()));
-  return p.get()->data;
-}
+using lumx_test::RawPeer;
+using lumx_test::StringBytes;
 
 class LiveServiceTest : public ::testing::Test {
  protected:

@@ -104,6 +104,37 @@ TEST_F(LogTest, StderrLineLayout) {
   EXPECT_EQ(std::to_string(getpid()), m[1].str());
 }
 
+TEST_F(LogTest, EveryLineGetsItsOwnHeaderAndNoByteForgesOne) {
+  using lumx_host::FormatLogLines;
+  const struct {
+    const char* message;
+    const char* written;
+  } cases[] = {
+      {"one", "H I lumx    : one\n"},
+      {"", "H I lumx    : \n"},
+      {"two\nlines\n", "H I lumx    : two\nH I lumx    : lines\n"},
+      {"a\n\nb", "H I lumx    : a\nH I lumx    : \nH I lumx    : b\n"},
+      // A Debug word carrying a whole fake line, then a carriage return and
+      // terminal escapes that would paint over the real header.
+      {"Debug x\n01-01 00:00:00.000     1     1 E lumx    : forged",
+       "H I lumx    : Debug x\nH I lumx    : 01-01 00:00:00.000     1     1 E lumx    : forged\n"},
+      {"x\rE lumx: forged\x1b[2K\x7f\tend", "H I lumx    : x\\x0dE lumx: forged\\x1b[2K\\x7f\tend\n"},
+      {"c1 \xc2\x9b" "2K \xc3\xa9", "H I lumx    : c1 \\xc2\\x9b2K \xc3\xa9\n"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.written, FormatLogLines("H ", ANDROID_LOG_INFO, "lumx", c.message)) << c.message;
+  }
+  // As written to stderr: the second line has a header of its own.
+  testing::internal::CaptureStderr();
+  __android_log_print(ANDROID_LOG_INFO, "lumx", "Debug %s", "a\nb");
+  std::string out = testing::internal::GetCapturedStderr();
+  std::regex lines(
+      "(\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} +\\d+ +\\d+ I lumx    : )Debug a\n"
+      "(\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} +\\d+ +\\d+ I lumx    : )b\n");
+  std::smatch m;
+  ASSERT_TRUE(std::regex_match(out, m, lines)) << out;
+}
+
 TEST_F(LogTest, EchoCanBeSilencedWhileCapturing) {
   LogCapture capture;
   capture.setEcho(false);

@@ -154,6 +154,41 @@ TEST(ParcelTest, StringsAreUtf8WithLengthTerminatorAndPadding) {
   EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeString(q.get(), "x", -1));
 }
 
+TEST(ParcelTest, StringsAndroidWouldRefuseAreRefusedBothWays) {
+  // Android converts to UTF-16 and refuses a string whose last character is
+  // cut short; other stray bytes pass.
+  const struct {
+    const char* bytes;
+    binder_status_t st;
+  } cases[] = {
+      {"caf\xc3\xa9", STATUS_OK},          {"\xe2\x82\xac", STATUS_OK},
+      {"\xf0\x9f\x98\x80", STATUS_OK},    {"stray \x80 byte", STATUS_OK},
+      {"\xc3" "A", STATUS_OK},              {"caf\xc3", STATUS_BAD_VALUE},
+      {"\xe2\x82", STATUS_BAD_VALUE},       {"\xf0\x9f\x98", STATUS_BAD_VALUE},
+      {"x\xf8", STATUS_BAD_VALUE},
+  };
+  for (const auto& c : cases) {
+    const std::string text(c.bytes);
+    ndk::ScopedAParcel p(AParcel_create());
+    EXPECT_EQ(c.st, ndk::AParcel_writeString(p.get(), text)) << text;
+    EXPECT_EQ(c.st, ndk::AParcel_writeVector(p.get(), std::vector<std::string>{"ok", text})) << text;
+    // The same bytes arriving from a peer that did not check them.
+    ndk::ScopedAParcel in(AParcel_create());
+    AParcel_writeInt32(in.get(), static_cast<int32_t>(text.size()));
+    std::vector<int8_t> raw(text.begin(), text.end());
+    raw.push_back(0);
+    for (size_t i = 0; i < raw.size(); i += 4) {
+      int32_t word = 0;
+      memcpy(&word, raw.data() + i, std::min<size_t>(4, raw.size() - i));
+      AParcel_writeInt32(in.get(), word);
+    }
+    AParcel_setDataPosition(in.get(), 0);
+    std::string got;
+    EXPECT_EQ(c.st, ndk::AParcel_readString(in.get(), &got)) << text;
+    if (c.st == STATUS_OK) EXPECT_EQ(text, got);
+  }
+}
+
 TEST(ParcelTest, StringAllocatorRefusalsMapToStatuses) {
   ScopedAParcel p = NewParcel();
   ASSERT_EQ(STATUS_OK, AParcel_writeString(p.get(), "abc", 3));

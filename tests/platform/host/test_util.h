@@ -406,6 +406,9 @@ struct ServerShared {
   std::atomic<int> deaths{0};
   std::atomic<int> sessions_destroyed{0};
   std::atomic<int> ready{0};
+  // Who made the last echo call, as the server saw it.
+  std::atomic<int> caller_pid{-1};
+  std::atomic<int> caller_uid{-1};
 };
 
 // A server-side object whose destruction the test can observe.
@@ -420,6 +423,8 @@ class TestService : public BnTestService {
   explicit TestService(ServerShared* shared) : shared_(shared) {}
 
   ndk::ScopedAStatus echo(int32_t v, int32_t* ret) override {
+    shared_->caller_pid.store(AIBinder_getCallingPid());
+    shared_->caller_uid.store(static_cast<int>(AIBinder_getCallingUid()));
     *ret = v;
     return ndk::ScopedAStatus::ok();
   }

@@ -16,7 +16,9 @@ AIBinder* ConnectToServiceSocket(const char* instance);
 // The socket path a service name maps to under the current runtime directory.
 std::string ServiceSocketPath(const char* instance);
 
-// The runtime directory: $LUMX_BINDER_DIR, or /tmp/lumx-binder-<uid>.
+// The runtime directory: $LUMX_BINDER_DIR; else $XDG_RUNTIME_DIR/lumx-binder
+// when XDG_RUNTIME_DIR is set; else /tmp/lumx-binder-<uid>. See
+// platform/host/README.md for what is accepted there.
 std::string BinderRuntimeDir();
 
 }  // namespace lumx_host
