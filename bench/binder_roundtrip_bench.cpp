@@ -2,6 +2,9 @@
 // runtime, against a raw AF_UNIX ping-pong of the same byte counts between
 // the same kind of endpoints (a forked peer process), measured in one run.
 // Prints both figures and their ratio; the goal is a ratio of at most 2.
+// Then the same from 8 threads at once (8 raw pairs against 8 threads
+// sharing the service's proxy), with 1000 idle connections open to the
+// service beside them (4 processes of 250, each greeted).
 #include <android/binder_ibinder.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
@@ -11,13 +14,20 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <lumx_host/binder_host.h>
+
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include "platform/host/binder/frame.h"
 
 namespace {
 
@@ -29,9 +39,14 @@ constexpr size_t kHeader = 56;
 size_t RequestBytes() { return kHeader + 4 + ((strlen(kDescriptor) + 1 + 3) & ~size_t{3}); }
 size_t ReplyBytes() { return kHeader; }
 
-pid_t g_raw_child = -1;
+constexpr int kThreads = 8;
+constexpr int kIdleProcesses = 4;
+constexpr int kIdlePerProcess = 250;
+
 pid_t g_binder_child = -1;
 int g_raw_fd = -1;
+std::vector<pid_t> g_children;
+int g_raw_fds[kThreads];
 AIBinder* g_ping = nullptr;
 double g_raw_ns = 0;
 double g_binder_ns = 0;
@@ -87,8 +102,66 @@ binder_status_t PingTransact(AIBinder*, transaction_code_t, const AParcel*, APar
 
 // One raw round trip: the request (sizes travel in the same write, so the
 // byte count is request + 8) and the answer.
-bool RawOnce(const std::vector<uint8_t>& out, std::vector<uint8_t>* in) {
-  return WriteAll(g_raw_fd, out.data(), out.size()) && ReadAll(g_raw_fd, in->data(), in->size());
+bool RawOnce(const std::vector<uint8_t>& out, std::vector<uint8_t>* in, int fd = g_raw_fd) {
+  return WriteAll(fd, out.data(), out.size()) && ReadAll(fd, in->data(), in->size());
+}
+
+// A raw peer process; returns our end of its socket.
+int ForkRawEcho() {
+  int sv[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sv) != 0) return -1;
+  pid_t pid = fork();
+  if (pid == 0) {
+    close(sv[0]);
+    RawEcho(sv[1]);
+  }
+  close(sv[1]);
+  g_children.push_back(pid);
+  return sv[0];
+}
+
+// Processes that hold idle, greeted connections to the service.
+bool OpenIdleConnections() {
+  const std::string path = lumx_host::ServiceSocketPath(kService);
+  int ready[2];
+  if (pipe(ready) != 0) return false;
+  for (int k = 0; k < kIdleProcesses; ++k) {
+    pid_t pid = fork();
+    if (pid == 0) {
+      lumx_binder::Frame hello;
+      hello.type = lumx_binder::kFrameHello;
+      hello.target = 0x1d1e0000u + static_cast<uint64_t>(getpid());
+      hello.code = static_cast<uint32_t>(getpid());
+      std::vector<uint8_t> bytes;
+      lumx_binder::EncodeFrame(hello, &bytes);
+      char ok = 0;
+      for (int i = 0; i < kIdlePerProcess; ++i) {
+        int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        struct sockaddr_un addr = {};
+        addr.sun_family = AF_UNIX;
+        strncpy(addr.sun_path, path.c_str(), sizeof(addr.sun_path) - 1);
+        uint8_t theirs[lumx_binder::kFrameHeaderSize];
+        if (connect(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) == 0 &&
+            ReadAll(fd, theirs, sizeof(theirs)) && WriteAll(fd, bytes.data(), bytes.size()) &&
+            theirs[8] == lumx_binder::kFrameHello) {
+          ++ok;
+        }
+      }
+      if (write(ready[1], &ok, 1) != 1) _exit(1);
+      pause();
+      _exit(0);
+    }
+    g_children.push_back(pid);
+  }
+  int total = 0;
+  for (int k = 0; k < kIdleProcesses; ++k) {
+    char ok = 0;
+    if (read(ready[0], &ok, 1) == 1) total += static_cast<unsigned char>(ok);
+  }
+  close(ready[0]);
+  close(ready[1]);
+  printf("idle connections open and greeted: %d\n", total);
+  return total == kIdleProcesses * kIdlePerProcess;
 }
 
 std::vector<uint8_t> RawRequest(size_t req, size_t rep) {
@@ -177,6 +250,48 @@ void InterleavedSummary() {
          *std::max_element(ratio.begin(), ratio.end()));
 }
 
+// Mean ns per round trip over all `kThreads` threads running `once(t)`
+// together for about `ms` milliseconds.
+template <typename F>
+double TimeThreads(int ms, F once) {
+  std::atomic<int64_t> calls{0};
+  auto start = std::chrono::steady_clock::now();
+  auto end = start + std::chrono::milliseconds(ms);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      int64_t n = 0;
+      while (std::chrono::steady_clock::now() < end) {
+        for (int i = 0; i < 16; ++i) once(t);
+        n += 16;
+      }
+      calls.fetch_add(n);
+    });
+  }
+  for (std::thread& th : threads) th.join();
+  const double ns = std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count();
+  // Each thread waits for its own round trips: the time one takes.
+  return ns * kThreads / static_cast<double>(calls.load());
+}
+
+void InterleavedThreadsSummary() {
+  std::vector<uint8_t> out = RawRequest(RequestBytes() - 8, ReplyBytes());
+  std::vector<std::vector<uint8_t>> in(kThreads, std::vector<uint8_t>(ReplyBytes()));
+  std::vector<uint8_t> empty;
+  std::vector<double> raw, binder, ratio;
+  for (int round = 0; round < 11; ++round) {
+    double r = TimeThreads(150, [&](int t) { RawOnce(out, &in[static_cast<size_t>(t)], g_raw_fds[t]); });
+    double b = TimeThreads(150, [&](int) { BinderOnce(empty); });
+    raw.push_back(r);
+    binder.push_back(b);
+    ratio.push_back(b / r);
+  }
+  printf("%d threads, 1000 idle connections open, 11 rounds of 150 ms: median binder %.0f ns, median raw %.0f ns "
+         "per round trip and thread, median ratio %.2f (min %.2f, max %.2f)\n",
+         kThreads, Median(binder), Median(raw), Median(ratio), *std::min_element(ratio.begin(), ratio.end()),
+         *std::max_element(ratio.begin(), ratio.end()));
+}
+
 void BM_RawPingPong(benchmark::State& state) {
   g_raw_ns = RawRoundTrip(state, RequestBytes() - 8, ReplyBytes());
   state.counters["bytes_out"] = static_cast<double>(RequestBytes());
@@ -209,15 +324,9 @@ int main(int argc, char** argv) {
   setenv("LUMX_BINDER_DIR", dir, 1);
   setenv("LUMX_LOG_LEVEL", "E", 1);
 
-  int sv[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sv) != 0) return 1;
-  g_raw_child = fork();
-  if (g_raw_child == 0) {
-    close(sv[0]);
-    RawEcho(sv[1]);
-  }
-  close(sv[1]);
-  g_raw_fd = sv[0];
+  g_raw_fd = ForkRawEcho();
+  for (int& fd : g_raw_fds) fd = ForkRawEcho();
+  if (g_raw_fd < 0) return 1;
 
   g_binder_child = fork();
   if (g_binder_child == 0) BinderServer();
@@ -243,12 +352,16 @@ int main(int argc, char** argv) {
     printf("1 KiB transaction round trip:  binder %.0f ns, raw %.0f ns, ratio %.2f\n",
            g_binder_1k_ns, g_raw_1k_ns, g_binder_1k_ns / g_raw_1k_ns);
   }
+  if (OpenIdleConnections()) {
+    printf("with them open, one thread: ");
+    InterleavedSummary();
+    InterleavedThreadsSummary();
+  }
 
   AIBinder_decStrong(g_ping);
-  kill(g_raw_child, SIGKILL);
-  kill(g_binder_child, SIGKILL);
-  waitpid(g_raw_child, nullptr, 0);
-  waitpid(g_binder_child, nullptr, 0);
+  g_children.push_back(g_binder_child);
+  for (pid_t pid : g_children) kill(pid, SIGKILL);
+  for (pid_t pid : g_children) waitpid(pid, nullptr, 0);
   std::string rm = std::string("rm -rf '") + dir + "'";
   if (system(rm.c_str()) != 0) return 1;
   return 0;

@@ -32,9 +32,15 @@ constexpr int kAcceptBatch = 64;
 lumx::LogRateLimiter g_refuse_log;
 lumx::LogRateLimiter g_accept_log;
 
+struct ThreadStart {
+  const char* name;
+  std::function<void()> fn;
+};
+
 void* ThreadMain(void* arg) {
-  std::unique_ptr<std::function<void()>> fn(static_cast<std::function<void()>*>(arg));
-  (*fn)();
+  std::unique_ptr<ThreadStart> start(static_cast<ThreadStart*>(arg));
+  pthread_setname_np(pthread_self(), start->name);
+  start->fn();
   return nullptr;
 }
 
@@ -46,7 +52,7 @@ int64_t NowMs() {
   return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
-bool StartThread(std::function<void()> fn) {
+bool StartThread(const char* name, std::function<void()> fn) {
   pthread_attr_t attr;
   pthread_attr_init(&attr);
   pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
@@ -60,7 +66,7 @@ bool StartThread(std::function<void()> fn) {
   sigset_t all, old;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &old);
-  auto* heap = new std::function<void()>(std::move(fn));
+  auto* heap = new ThreadStart{name, std::move(fn)};
   pthread_t t;
   const int rc = pthread_create(&t, &attr, ThreadMain, heap);
   pthread_sigmask(SIG_SETMASK, &old, nullptr);
@@ -216,7 +222,7 @@ void Looper::EnsureReader() {
     ++waiting_;  // counted for the new thread, so nobody starts a second one
     ++threads_;
   }
-  if (!StartThread([this] { ReaderLoop(); })) {
+  if (!StartThread("binder:io", [this] { ReaderLoop(); })) {
     lumx::MutexLock l(&mu_);
     --waiting_;
     --threads_;

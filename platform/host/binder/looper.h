@@ -66,9 +66,10 @@ constexpr int kReservedFds = 64;
 // Reader threads that may wait idle; more end when their call is done.
 constexpr int kMaxIdleReaders = 2;
 
-// Starts a detached thread running `fn` under SCHED_OTHER priority 0 with
-// every signal blocked. False (logged) if the system refuses.
-bool StartThread(std::function<void()> fn);
+// Starts a detached thread named `name` (at most 15 characters) running `fn`
+// under SCHED_OTHER priority 0 with every signal blocked. False (logged) if
+// the system refuses.
+bool StartThread(const char* name, std::function<void()> fn);
 
 int64_t NowMs();
 

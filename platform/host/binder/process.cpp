@@ -276,7 +276,7 @@ void ThreadPool::PushLocked(Work* w) {
 
 void ThreadPool::SpawnLocked() {
   ++idle_;
-  if (!StartThread([this] { Loop(); })) --idle_;
+  if (!StartThread("binder:pool", [this] { Loop(); })) --idle_;
 }
 
 bool ThreadPool::TryReserveSlot() {
