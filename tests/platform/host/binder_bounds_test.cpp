@@ -176,7 +176,9 @@ TEST(BinderDirectoryTest, TheDirectoryAndTheSocketPathMustBeOurs) {
   ASSERT_EQ(0, close(creat((r + "/file").c_str(), 0600)));
   ASSERT_EQ(0, mkdir((r + "/theirs").c_str(), 0700));
   const bool root_user = geteuid() == 0;
-  if (root_user) ASSERT_EQ(0, chown((r + "/theirs").c_str(), 65534, 65534));
+  if (root_user) {
+    ASSERT_EQ(0, chown((r + "/theirs").c_str(), 65534, 65534));
+  }
   for (const char* d : {"/planted-link", "/planted-file"}) ASSERT_EQ(0, mkdir((r + d).c_str(), 0700));
   ASSERT_EQ(0, symlink("/dev/null", (r + "/planted-link" + sock).c_str()));
   ASSERT_EQ(0, close(creat((r + "/planted-file" + sock).c_str(), 0600)));

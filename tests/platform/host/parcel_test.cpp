@@ -185,7 +185,9 @@ TEST(ParcelTest, StringsAndroidWouldRefuseAreRefusedBothWays) {
     AParcel_setDataPosition(in.get(), 0);
     std::string got;
     EXPECT_EQ(c.st, ndk::AParcel_readString(in.get(), &got)) << text;
-    if (c.st == STATUS_OK) EXPECT_EQ(text, got);
+    if (c.st == STATUS_OK) {
+      EXPECT_EQ(text, got);
+    }
   }
 }
 
