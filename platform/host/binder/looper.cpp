@@ -244,18 +244,23 @@ void Looper::ReaderLoop() {
     struct epoll_event ev;
     const int n = epoll_wait(epfd_.get(), &ev, 1, -1);
     const int err = errno;
+    const uint64_t id = ev.data.u64 & kIdMask;
+    const Kind kind = static_cast<Kind>(ev.data.u64 >> 62);
+    std::shared_ptr<Connection> c;
     {
       lumx::MutexLock l(&mu_);
       --waiting_;
+      if (n > 0 && kind == kConn) {
+        auto it = conns_.find(id);
+        if (it != conns_.end()) c = it->second;
+      }
     }
     if (n <= 0) {
       if (n < 0 && err != EINTR) usleep(1000);  // never spin on a broken epoll
       continue;
     }
-    const uint64_t id = ev.data.u64 & kIdMask;
-    switch (static_cast<Kind>(ev.data.u64 >> 62)) {
+    switch (kind) {
       case kConn: {
-        std::shared_ptr<Connection> c = Find(id);
         if (c == nullptr) break;
         Work* w = nullptr;
         c->OnReadable(&w);

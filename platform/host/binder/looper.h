@@ -8,7 +8,7 @@
 // the thread pool) makes sure another thread waits in epoll before it runs
 // the call itself, so the sockets stay watched without anybody being woken
 // for it. Threads therefore number at most one more than the calls running
-// at once, and at most kMaxIdleReaders of them wait idle.
+// at once.
 //
 // Sockets whose send backlog waits for room are watched for writability in a
 // second epoll instance nested in the first; a timer checks the frame
@@ -63,8 +63,11 @@ constexpr int kMaxConnectionsPerPeer = 256;
 // to the hard one) to fit them.
 constexpr int kMaxConnections = 2048;
 constexpr int kReservedFds = 64;
-// Reader threads that may wait idle; more end when their call is done.
-constexpr int kMaxIdleReaders = 2;
+// Reader threads that may wait idle; more end when their call is done. (A
+// new one is started only while none waits, so they never outnumber the
+// calls running at once by more than one; keeping some spares saves
+// starting threads for every burst of calls.)
+constexpr int kMaxIdleReaders = 16;
 
 // Starts a detached thread named `name` (at most 15 characters) running `fn`
 // under SCHED_OTHER priority 0 with every signal blocked. False (logged) if
