@@ -101,7 +101,7 @@ bool Looper::Add(const std::shared_ptr<Connection>& c, int fd, pid_t peer_pid) {
     ++per_peer_[peer_pid];
     peer_of_[c->id()] = peer_pid;
   }
-  EnsureReader();
+  EnsureReader(true);
   struct epoll_event ev = {};
   ev.events = EPOLLIN | EPOLLONESHOT;
   ev.data.u64 = Token(kConn, c->id());
@@ -157,7 +157,7 @@ bool Looper::AddListener(int fd) {
   ev.events = EPOLLIN | EPOLLONESHOT;
   ev.data.u64 = Token(kListener, static_cast<uint64_t>(fd));
   if (epoll_ctl(epfd_.get(), EPOLL_CTL_ADD, fd, &ev) != 0) return false;
-  EnsureReader();
+  EnsureReader(true);
   return true;
 }
 
@@ -215,10 +215,10 @@ int Looper::ConnectionLimit() {
   return limit;
 }
 
-void Looper::EnsureReader() {
+void Looper::EnsureReader(bool any) {
   {
     lumx::MutexLock l(&mu_);
-    if (waiting_ > 0) return;
+    if (waiting_ > 0 || (any && threads_ > 0)) return;
     ++waiting_;  // counted for the new thread, so nobody starts a second one
     ++threads_;
   }
@@ -266,7 +266,7 @@ void Looper::ReaderLoop() {
         c->OnReadable(&w);
         if (w != nullptr) {
           // Run the call here; another thread watches the sockets.
-          EnsureReader();
+          EnsureReader(false);
           c.reset();
           ExecuteWork(w);
           rt()->pool.ReleaseSlot();

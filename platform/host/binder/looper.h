@@ -108,7 +108,10 @@ class Looper {
   enum Kind : uint64_t { kConn = 0, kListener = 1, kWriteSet = 2, kTimer = 3 };
   static uint64_t Token(Kind k, uint64_t id) { return (static_cast<uint64_t>(k) << 62) | id; }
 
-  void EnsureReader() EXCLUDES(mu_);
+  // Starts a reader thread if none waits in epoll (`any`: if none exists;
+  // a busy one comes back soon unless it runs a call, and a thread that
+  // runs a call first makes sure another one waits).
+  void EnsureReader(bool any) EXCLUDES(mu_);
   void ReaderLoop() EXCLUDES(mu_);
   void OnListener(int fd) EXCLUDES(mu_);
   void Refuse(int fd, uint32_t reason, pid_t pid, uid_t uid, int count, int limit);

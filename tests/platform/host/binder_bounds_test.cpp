@@ -9,6 +9,7 @@
 #include <lumx_host/log_capture.h>
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "raw_peer.h"
@@ -163,6 +164,48 @@ TEST_F(BinderBoundsTest, ConnectionsPerProcessAreLimitedAndTheNextOneIsToldWhy) 
                             " refused the connection: this process has too many connections open to it (limit 256)"));
   peers.clear();
   EXPECT_TRUE(WaitUntil([&] { return ServiceWorks(); }));
+}
+
+long ThreadsOf(pid_t pid) {
+  FILE* f = fopen(("/proc/" + std::to_string(pid) + "/status").c_str(), "r");
+  char line[128];
+  long n = -1;
+  while (f != nullptr && fgets(line, sizeof(line), f) != nullptr) sscanf(line, "Threads: %ld", &n);
+  if (f != nullptr) fclose(f);
+  return n;
+}
+
+TEST(BinderIdleTest, AThousandIdleConnectionsCostNoThreadsAndOthersAreServed) {
+  struct rlimit lim;
+  getrlimit(RLIMIT_NOFILE, &lim);
+  if (lim.rlim_max != RLIM_INFINITY && lim.rlim_max < 1200) GTEST_SKIP() << "descriptor limit below 1200";
+  lumx_test::BinderDirScope dir;
+  const std::string name = "lumx.test.ITestService/idle";
+  Shared<ServerShared> shared;
+  Child server([&] { lumx_test::RunTestServer(name, shared.get(), 1); });
+  ASSERT_TRUE(WaitUntil([&] { return shared->ready.load() == 1; }));
+  const long threads = ThreadsOf(server.pid());
+  // Four processes of 250 (one process may hold 256).
+  Shared<std::atomic<int>> greeted, done;
+  std::vector<std::unique_ptr<Child>> idlers;
+  for (int k = 0; k < 4; ++k) {
+    idlers.push_back(std::make_unique<Child>([&] {
+      std::vector<std::unique_ptr<RawPeer>> peers;
+      for (int i = 0; i < 250; ++i) {
+        peers.push_back(std::make_unique<RawPeer>(lumx_host::ServiceSocketPath(name.c_str())));
+        if (peers.back()->Hello()) greeted->fetch_add(1);
+      }
+      done->fetch_add(1);
+      pause();
+    }));
+  }
+  ASSERT_TRUE(WaitUntil([&] { return done->load() == 4; }));
+  EXPECT_EQ(1000, greeted->load());
+  EXPECT_LE(ThreadsOf(server.pid()), threads + 2) << "no thread per connection";
+  auto svc = lumx_test::ConnectTestService(name);
+  ASSERT_NE(nullptr, svc);
+  int32_t ret = 0;
+  EXPECT_TRUE(svc->echo(3, &ret).isOk());
 }
 
 TEST(BinderDirectoryTest, TheDirectoryAndTheSocketPathMustBeOurs) {
