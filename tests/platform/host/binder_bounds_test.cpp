@@ -236,7 +236,8 @@ TEST(BinderDirectoryTest, TheDirectoryAndTheSocketPathMustBeOurs) {
       {r + "/planted-link", r + "/planted-link" + sock + " is a symbolic link"},
       {r + "/planted-file", r + "/planted-file" + sock + " exists and is not a socket"},
   };
-  auto service = ndk::SharedRefBase::make<lumx_test::TestService>(new ServerShared());
+  ServerShared shared;  // nothing registers: the service goes with the test
+  auto service = ndk::SharedRefBase::make<lumx_test::TestService>(&shared);
   for (const auto& c : cases) {
     if (!root_user && c.dir == r + "/theirs") continue;  // only root can give a directory away
     SCOPED_TRACE(c.dir);
