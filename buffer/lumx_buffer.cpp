@@ -10,6 +10,7 @@
 
 #include "common/lumx_log.h"
 #include "common/wire.h"
+#include "common/utf8_text.h"
 #include "processors/lumx_processor.h"
 
 LumxBuffer::LumxBuffer(const std::string& name, const std::string& path, unsigned int id,
@@ -165,7 +166,7 @@ void LumxBuffer::publishOutputs() {
 
 int LumxBuffer::CaptureStart(const std::string& fileName, std::string& line) {
   char text[256];
-  snprintf(text, sizeof text, "%s buffer %s %s", name_.c_str(), "CaptureStart", fileName.c_str());
+  lumx::FormatCut(text, sizeof text, "%s buffer %s %s", name_.c_str(), "CaptureStart", fileName.c_str());
   line = text;
   captureEnabled_ = true;
   return 0;

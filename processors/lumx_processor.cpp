@@ -2,6 +2,10 @@
 
 #include "buffer/lumx_buffer.h"
 
+#include <cstring>
+
+#include "common/utf8_text.h"
+
 lumx::Mutex gProcessorPinMutex;
 
 namespace {
@@ -12,6 +16,9 @@ void MakeName(uint32_t code, char (&name)[5]) {
   name[2] = static_cast<char>((code >> 8) & 0xff);
   name[3] = static_cast<char>(code & 0xff);
   name[4] = '\0';
+  // An id may end inside a multi-byte character; that half would make every
+  // answer that ends with the name unsendable.
+  name[lumx::Utf8CutLength(name, strlen(name))] = '\0';
 }
 
 // Bits per sample as the interface codes them: 8 -> 0, 16 -> 1, 24 -> 2,

@@ -10,6 +10,7 @@
 
 #include "common/lumx_log.h"
 #include "common/lumx_utils.h"
+#include "common/utf8_text.h"
 #include "processors/lumx_processor.h"
 #include "service/lumx_service.h"
 
@@ -45,7 +46,7 @@ std::string LumxService::getTapNameConnectedToBuffer(const LumxBuffer* buffer,
                                           CommandResult* result) {
   const std::string processorText = FourCcToString(static_cast<uint32_t>(processor));
   char line[128];
-  snprintf(line, sizeof(line), "Connect Lumx processor: tap-out buffer %d --> processor %s --> inject buffer %d",
+  lumx::FormatCut(line, sizeof(line), "Connect Lumx processor: tap-out buffer %d --> processor %s --> inject buffer %d",
            tapOutBuffer, processorText.c_str(), injectBuffer);
   LUMX_LOGI("%s", line);
   result->strList.push_back(line);
@@ -97,7 +98,7 @@ std::string LumxService::getTapNameConnectedToBuffer(const LumxBuffer* buffer,
     LumxProcessor* current = output->inputProcessor();
     if (current != nullptr && current != p) {
       char msg[128];
-      snprintf(msg, sizeof(msg), "  %s is already connected to %s. Disconnecting", output->name().c_str(),
+      lumx::FormatCut(msg, sizeof(msg), "  %s is already connected to %s. Disconnecting", output->name().c_str(),
                current->idName());
       result->strList.push_back(msg);
       current->SetOutput(nullptr);
@@ -106,11 +107,11 @@ std::string LumxService::getTapNameConnectedToBuffer(const LumxBuffer* buffer,
   }
 
   char msg[128];
-  snprintf(msg, sizeof(msg), "  Set %s input to %s", p->idName(), BufferNameOrNc(input));
+  lumx::FormatCut(msg, sizeof(msg), "  Set %s input to %s", p->idName(), BufferNameOrNc(input));
   result->strList.push_back(msg);
   p->SetInput(input);
 
-  snprintf(msg, sizeof(msg), "  Set %s output to %s", p->idName(), BufferNameOrNc(output));
+  lumx::FormatCut(msg, sizeof(msg), "  Set %s output to %s", p->idName(), BufferNameOrNc(output));
   result->strList.push_back(msg);
   p->SetOutput(output);
 

@@ -13,6 +13,7 @@
 
 #include "common/lumx_log.h"
 #include "common/lumx_utils.h"
+#include "common/utf8_text.h"
 #include "processors/audio_relay_processor.h"
 #include "processors/lumx_processor.h"
 #include "processors/passthru_processor.h"
@@ -25,7 +26,7 @@ std::string IdText(int32_t id) { return FourCcToString(static_cast<uint32_t>(id)
 // One request line: "<operation> id:<four characters>", cut at 63 characters.
 std::string RequestLine(const char* operation, int32_t id) {
   char line[64];
-  snprintf(line, sizeof(line), "%s id:%s", operation, IdText(id).c_str());
+  lumx::FormatCut(line, sizeof(line), "%s id:%s", operation, IdText(id).c_str());
   return line;
 }
 
@@ -132,7 +133,7 @@ void LumxService::retireProcessorLocked(std::map<uint32_t, LumxProcessor*>::iter
 
 ::ndk::ScopedAStatus LumxService::NewProcessorWithType(int32_t id, int32_t type, CommandResult* result) {
   char line[64];
-  snprintf(line, sizeof(line), "Creating new processor '%s' of type '%s'", IdText(id).c_str(),
+  lumx::FormatCut(line, sizeof(line), "Creating new processor '%s' of type '%s'", IdText(id).c_str(),
            IdText(type).c_str());
   LUMX_LOGI("%s", line);
   result->strList.push_back(line);
@@ -143,7 +144,7 @@ void LumxService::retireProcessorLocked(std::map<uint32_t, LumxProcessor*>::iter
   // an existing id leaves no processor under that id.
   auto it = processors_.find(key);
   if (it != processors_.end()) {
-    snprintf(line, sizeof(line), "Deleting existing processor '%s'", IdText(id).c_str());
+    lumx::FormatCut(line, sizeof(line), "Deleting existing processor '%s'", IdText(id).c_str());
     result->strList.push_back(line);
     retireProcessorLocked(it);
   }
@@ -178,7 +179,7 @@ void LumxService::retireProcessorLocked(std::map<uint32_t, LumxProcessor*>::iter
   if (it == processors_.end()) {
     // Deleting a missing processor is not an error.
     char line[64];
-    snprintf(line, sizeof(line), "Lumx processor '%s' already deleted", IdText(id).c_str());
+    lumx::FormatCut(line, sizeof(line), "Lumx processor '%s' already deleted", IdText(id).c_str());
     result->strList.push_back(line);
   } else {
     retireProcessorLocked(it);
@@ -205,7 +206,7 @@ void LumxService::retireProcessorLocked(std::map<uint32_t, LumxProcessor*>::iter
 
 ::ndk::ScopedAStatus LumxService::ProcessorEnable(int32_t id, bool enable, CommandResult* result) {
   char line[64];
-  snprintf(line, sizeof(line), enable ? "Enable processor %s" : "Disable processor %s", IdText(id).c_str());
+  lumx::FormatCut(line, sizeof(line), enable ? "Enable processor %s" : "Disable processor %s", IdText(id).c_str());
   LUMX_LOGI("%s", line);
   result->strList.push_back(line);
 

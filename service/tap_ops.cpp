@@ -11,6 +11,7 @@
 #include "common/lumx_utils.h"
 #include "common/rate_limit.h"
 #include "common/wire.h"
+#include "common/utf8_text.h"
 #include "daemon/lumx_control.h"
 #include "daemon/lumxd.h"
 #include "service/lumx_service.h"
@@ -206,7 +207,7 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
 
 ::ndk::ScopedAStatus LumxService::TapInfo(int32_t core, int32_t tap, int32_t index, CommandResult* result) {
   char line[64];
-  snprintf(line, sizeof(line), "%s core:%d tap:%s.%d", "TapInfo", core,
+  lumx::FormatCut(line, sizeof(line), "%s core:%d tap:%s.%d", "TapInfo", core,
            FourCcToString(static_cast<uint32_t>(tap)).c_str(), index);
   AddRequestLine(line, result);
 
@@ -236,7 +237,7 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
                                            CommandResult* result) {
   const std::string tapText = FourCcToString(static_cast<uint32_t>(tap));
   char line[64];
-  snprintf(line, sizeof(line), enable ? "LUM core %d enable tap %s.%d" : "LUM core %d disable tap %s.%d", core,
+  lumx::FormatCut(line, sizeof(line), enable ? "LUM core %d enable tap %s.%d" : "LUM core %d disable tap %s.%d", core,
            tapText.c_str(), index);
   AddRequestLine(line, result);
 
@@ -255,7 +256,7 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
                                                    CommandResult* result) {
   const std::string tapText = FourCcToString(static_cast<uint32_t>(tap));
   char line[64];
-  snprintf(line, sizeof(line), "LUM core %d tap %s.%d set block length %u", core, tapText.c_str(), index,
+  lumx::FormatCut(line, sizeof(line), "LUM core %d tap %s.%d set block length %u", core, tapText.c_str(), index,
            static_cast<unsigned>(blockLength));
   AddRequestLine(line, result);
 
@@ -276,7 +277,7 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
   const std::string tapText = FourCcToString(static_cast<uint32_t>(tap));
   // Wider than a plain request line: the text names the tap at both ends.
   char line[128];
-  snprintf(line, sizeof(line),
+  lumx::FormatCut(line, sizeof(line),
            "LUM core %d connect tap point: %s.%d --> tap-out buffer %d, inject buffer %d --> %s.%d", core,
            tapText.c_str(), index, tapOutBuffer, injectBuffer, tapText.c_str(), index);
   AddRequestLine(line, result);

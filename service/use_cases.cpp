@@ -10,6 +10,7 @@
 
 #include "common/lumx_log.h"
 #include "common/lumx_utils.h"
+#include "common/utf8_text.h"
 #include "processors/audio_relay_processor.h"
 #include "service/lumx_service.h"
 
@@ -151,7 +152,7 @@ static void RunPassPath(LumxService* service, const PassPath& path, bool enable,
 
 ::ndk::ScopedAStatus LumxService::Enable(const std::string& name, bool enable, CommandResult* result) {
   char line[64];
-  snprintf(line, sizeof(line), "%s Lumx use case '%s'", enable ? "Enable" : "Disable", name.c_str());
+  lumx::FormatCut(line, sizeof(line), "%s Lumx use case '%s'", enable ? "Enable" : "Disable", name.c_str());
   LUMX_LOGI("%s", line);
   result->strList.push_back(line);
   return EnableUseCase(stringToUseCase(name), enable, result);

@@ -296,3 +296,23 @@ TEST_F(SystemTest, TelephonyOnAndOffWithRelayClientsAttached) {
 }
 
 }  // namespace
+
+// Texts the daemon cuts in fixed buffers, or names made from a client's four
+// bytes, must still be sendable: a character split at the end would make the
+// whole answer fail in transport on a device, as it does on the host.
+TEST_F(SystemTest, TextsCutInsideACharacterStillTravel) {
+  ASSERT_TRUE(stack_.StartSimulator()) << stack_.error() << stack_.Logs();
+  ASSERT_TRUE(stack_.StartDaemon()) << stack_.error() << stack_.Logs();
+  // 22 bytes of heading leave 41 of the 63 for the name: 40 'a', then the
+  // first byte of an e-acute (C3 A9) that the cut would split.
+  const std::string name = std::string(40, 'a') + "\xc3\xa9";
+  LumxRun run = stack_.Lumx({"Enable", name, "1"});
+  EXPECT_EQ(1, run.exitCode) << Describe(run);
+  EXPECT_EQ(0u, run.out.find("Enable Lumx use case '" + std::string(40, 'a') + "\n")) << Describe(run);
+
+  // An id whose last byte starts a two-byte character.
+  Ok({"NewProcessorWithType", "0x414243c3", "pass"});
+  run = Ok({"ProcessorInfo", "0x414243c3"});
+  EXPECT_THAT(run.out, HasSubstr("  Id:      ABC\n")) << Describe(run);
+  Ok({"DeleteProcessor", "0x414243c3"});
+}
