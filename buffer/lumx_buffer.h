@@ -304,6 +304,7 @@ class LumxBuffer {
   // One line per second per cause for what a faulty device can repeat.
   lumx::LogRateLimiter writeErrorLog_;
   lumx::LogRateLimiter eofLog_;
+  lumx::LogRateLimiter processErrorLog_;  // a processor failing every packet
 
   // Lock-free packet-path support (see the file comment).
   static lumx::Mutex deliverersMutex_;  // leaf lock of binder threads only

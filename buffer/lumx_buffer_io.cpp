@@ -584,7 +584,10 @@ void LumxBuffer::deliver(const uint8_t* packet, uint32_t packetNum, uint32_t pay
     }
     const int processed = p->ProcessBlock(in, payloadSize, outPtr, payloadSize);
     if (processed != 0) {
-      LUMX_LOGE("%s %s: ProcessBlock returned status %d", name_.c_str(), "ioProcess", processed);
+      // A processor that cannot use this stream fails every packet; once a
+      // second is enough to tell.
+      LUMX_LOGE_LIMITED_KEYED(processErrorLog_, static_cast<uint32_t>(processed), "ProcessBlock returned status",
+                              "%s %s: ProcessBlock returned status %d", name_.c_str(), "ioProcess", processed);
     }
     if (outPtr != nullptr) {
       status = out->writePacketToLum();

@@ -44,6 +44,16 @@ class LogRateLimiter {
     return true;
   }
 
+  // As Allow(), but an occurrence whose `key` (the values its line shows)
+  // differs from the previous occurrence's is logged at once: only repeats
+  // of the same line are held back.
+  bool AllowKeyed(uint64_t key, uint64_t* heldBack) {
+    if (lastKey_.exchange(key, std::memory_order_relaxed) != key) {
+      lastNs_.store(kNever, std::memory_order_relaxed);
+    }
+    return Allow(heldBack);
+  }
+
   // Forgets the history: the next occurrence is logged at once.
   void Reset() {
     pending_.store(0, std::memory_order_relaxed);
@@ -62,6 +72,7 @@ class LogRateLimiter {
   const int64_t intervalNs_;
   std::atomic<int64_t> lastNs_{kNever};
   std::atomic<uint64_t> pending_{0};
+  std::atomic<uint64_t> lastKey_{0};
 };
 
 }  // namespace lumx
@@ -69,10 +80,16 @@ class LogRateLimiter {
 // Logs one line through `limiter` (a lumx::LogRateLimiter): the line itself,
 // unchanged, and, when earlier occurrences were held back, one more line of
 // the same priority naming `cause` and their number.
-#define LUMX_LOG_LIMITED(prio, limiter, cause, ...)                                       \
+#define LUMX_LOG_LIMITED(prio, limiter, cause, ...) \
+  LUMX_LOG_IF_ALLOWED_((limiter).Allow(&lumxHeldBack_), prio, cause, __VA_ARGS__)
+// The same, where a line with other values (`key`) is never held back.
+#define LUMX_LOG_LIMITED_KEYED(prio, limiter, key, cause, ...) \
+  LUMX_LOG_IF_ALLOWED_((limiter).AllowKeyed((key), &lumxHeldBack_), prio, cause, __VA_ARGS__)
+
+#define LUMX_LOG_IF_ALLOWED_(allow, prio, cause, ...)                                     \
   do {                                                                                    \
     uint64_t lumxHeldBack_ = 0;                                                           \
-    if ((limiter).Allow(&lumxHeldBack_)) {                                                \
+    if (allow) {                                                                          \
       __android_log_print((prio), LUMX_LOG_TAG, __VA_ARGS__);                             \
       if (lumxHeldBack_ != 0) {                                                           \
         __android_log_print((prio), LUMX_LOG_TAG, "%s: %llu more held back", (cause),     \
@@ -84,3 +101,5 @@ class LogRateLimiter {
 #define LUMX_LOGE_LIMITED(limiter, cause, ...) LUMX_LOG_LIMITED(ANDROID_LOG_ERROR, limiter, cause, __VA_ARGS__)
 #define LUMX_LOGW_LIMITED(limiter, cause, ...) LUMX_LOG_LIMITED(ANDROID_LOG_WARN, limiter, cause, __VA_ARGS__)
 #define LUMX_LOGI_LIMITED(limiter, cause, ...) LUMX_LOG_LIMITED(ANDROID_LOG_INFO, limiter, cause, __VA_ARGS__)
+#define LUMX_LOGE_LIMITED_KEYED(limiter, key, cause, ...) \
+  LUMX_LOG_LIMITED_KEYED(ANDROID_LOG_ERROR, limiter, key, cause, __VA_ARGS__)

@@ -418,15 +418,20 @@ int AudioRelayProcessor::exchangeBlock(const void* in, size_t inSize, void* out,
   const uint32_t channels = input->formatChannels();
   const uint32_t bytesPerSample = input->formatBytesPerSample();
   if (sampleRate != sampleRate_ || (channels != 1 && channels != 2) || bytesPerSample != kRelayBytesPerSample) {
-    LUMX_LOGE("Invalid tap format (sample rate %u, ch %u, bytes/sample %u)", sampleRate, channels, bytesPerSample);
+    // A tap in the wrong format fails every block: one line a second.
+    LUMX_LOGE_LIMITED_KEYED(formatLog_, (uint64_t{sampleRate} << 32) | (channels << 8) | bytesPerSample,
+                            "Invalid tap format", "Invalid tap format (sample rate %u, ch %u, bytes/sample %u)",
+                            sampleRate, channels, bytesPerSample);
     return -1;
   }
 
   const size_t n = inSize < outSize ? inSize : outSize;
   const size_t samples = (n / kRelayBytesPerSample) / channels;
   if (samples != blockLength) {
-    LUMX_LOGE("%s %s: Unexpected number of samples (%u != %u, num_ch = %u)", idName_, "ProcessBlock",
-              static_cast<unsigned>(samples), blockLength, channels);
+    LUMX_LOGE_LIMITED_KEYED(samplesLog_, (uint64_t{samples} << 32) | (uint64_t{blockLength} << 8) | channels,
+                            "Unexpected number of samples",
+                            "%s %s: Unexpected number of samples (%u != %u, num_ch = %u)", idName_, "ProcessBlock",
+                            static_cast<unsigned>(samples), blockLength, channels);
     return -1;
   }
 

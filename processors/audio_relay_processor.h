@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "common/rate_limit.h"
 #include "common/thread_annotations.h"
 #include "processors/lumx_processor.h"
 
@@ -100,4 +101,7 @@ class AudioRelayProcessor : public LumxProcessor {
   // Delivers to receiveCallback_; null without a callback.
   std::shared_ptr<ClientSender> sender_ GUARDED_BY(dataMutex_);
   std::atomic<int32_t> clientPid_{0};
+  // A tap this relay cannot use fails every block; logged once a second.
+  lumx::LogRateLimiter formatLog_;
+  lumx::LogRateLimiter samplesLog_;
 };
