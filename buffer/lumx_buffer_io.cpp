@@ -27,6 +27,7 @@
 #include <cstring>
 #include <utility>
 
+#include "common/clock.h"
 #include "common/lumx_log.h"
 #include "common/lumx_utils.h"
 #include "common/wire.h"
@@ -55,11 +56,7 @@ constexpr unsigned kEofBackoffMaxUs = 200000;
 constexpr int64_t kWriteBudgetMinNs = 20000000;
 constexpr int64_t kWriteBudgetMaxNs = 200000000;
 
-int64_t NowNs() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
-}
+int64_t NowNs() { return lumx::MonotonicNowNs(); }
 
 // One block period of the stream a packet header describes, the time a
 // write of that packet may take: at least 20 ms, at most 200 ms (also when

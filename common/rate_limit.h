@@ -11,11 +11,10 @@
 // only relaxed atomics and the monotonic clock.
 #pragma once
 
-#include <time.h>
-
 #include <atomic>
 #include <cstdint>
 
+#include "common/clock.h"
 #include "common/lumx_log.h"
 
 namespace lumx {
@@ -35,7 +34,7 @@ class LogRateLimiter {
   // that were not logged.
   bool Allow(uint64_t* heldBack) {
     pending_.fetch_add(1, std::memory_order_relaxed);
-    const int64_t now = NowNs();
+    const int64_t now = MonotonicNowNs();
     int64_t last = lastNs_.load(std::memory_order_relaxed);
     if (last != kNever && now - last < intervalNs_) return false;
     if (!lastNs_.compare_exchange_strong(last, now, std::memory_order_relaxed)) return false;
@@ -62,12 +61,6 @@ class LogRateLimiter {
 
  private:
   static constexpr int64_t kNever = INT64_MIN;
-
-  static int64_t NowNs() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
-  }
 
   const int64_t intervalNs_;
   std::atomic<int64_t> lastNs_{kNever};

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "common/clock.h"
 #include "common/dev_root.h"
 #include "common/lumx_log.h"
 #include "daemon/lumxd.h"
@@ -25,12 +26,6 @@ constexpr const char kControlNodeName[] = "zch-lumx_control";
 bool IsControlNode(const inotify_event* event) {
   // The name field's length bounds the comparison (it includes the padding).
   return event->len > 0 && strncmp(event->name, kControlNodeName, event->len) == 0;
-}
-
-int64_t MonotonicNs() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
 }
 
 }  // namespace
@@ -100,7 +95,7 @@ void Lumxd::UpdateWakeLock(bool needed) {
     }
     wakeLockHeld_ = true;
     wakeLockStats_.acquisitions.Add();
-    wakeLockSinceNs_.store(MonotonicNs(), std::memory_order_relaxed);
+    wakeLockSinceNs_.store(lumx::MonotonicNowNs(), std::memory_order_relaxed);
   } else {
     const int status = release_wake_lock("lumx");
     if (status != 0) {
@@ -109,7 +104,7 @@ void Lumxd::UpdateWakeLock(bool needed) {
     }
     wakeLockHeld_ = false;
     const int64_t since = wakeLockSinceNs_.exchange(0, std::memory_order_relaxed);
-    if (since != 0) wakeLockStats_.heldNs.Add(static_cast<uint64_t>(MonotonicNs() - since));
+    if (since != 0) wakeLockStats_.heldNs.Add(static_cast<uint64_t>(lumx::MonotonicNowNs() - since));
   }
 }
 
@@ -123,6 +118,6 @@ void Lumxd::releaseStaleWakeLock() {
 
 uint64_t Lumxd::wakeLockHeldNs() const {
   const int64_t since = wakeLockSinceNs_.load(std::memory_order_relaxed);
-  const uint64_t current = since != 0 ? static_cast<uint64_t>(MonotonicNs() - since) : 0;
+  const uint64_t current = since != 0 ? static_cast<uint64_t>(lumx::MonotonicNowNs() - since) : 0;
   return wakeLockStats_.heldNs.Get() + current;
 }

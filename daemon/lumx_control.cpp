@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string>
 
+#include "common/clock.h"
 #include "common/dev_root.h"
 #include "common/lumx_log.h"
 #include "common/wire.h"
@@ -29,13 +30,8 @@ constexpr useconds_t kHangUpPauseUs = 10000;
 constexpr int kUnmatchedFreeReads = 256;
 constexpr int64_t kUnmatchedPauseUs = 5000;
 
-int64_t MonotonicUs() {
-  struct timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1000000LL + now.tv_nsec / 1000;
-}
+int64_t MonotonicUs() { return lumx::MonotonicNowNs() / 1000; }
 
-int64_t MonotonicNs() { return MonotonicUs() * 1000; }
 
 }  // namespace
 
@@ -88,7 +84,7 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
 
   ssize_t written = write(controlFd_.get(), msg, size);
   if (written != static_cast<ssize_t>(size)) {
-    controlStats_.lastError.Record(written < 0 ? -errno : -EIO, MonotonicNs());
+    controlStats_.lastError.Record(written < 0 ? -errno : -EIO, lumx::MonotonicNowNs());
     LUMX_LOGE("%s: Error sending opcode 0x%x, status %ld, expected %lu", "SendLumxCommand", opcode,
               static_cast<long>(written), static_cast<unsigned long>(size));
     LUMX_LOGE("%s: Trying again\n", "SendLumxCommand");
@@ -122,7 +118,7 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
   int unmatched = 0;
   auto timedOut = [&] {
     controlStats_.timeouts.Add();
-    controlStats_.lastError.Record(-ETIMEDOUT, MonotonicNs());
+    controlStats_.lastError.Record(-ETIMEDOUT, lumx::MonotonicNowNs());
     LUMX_LOGW("%s: timeout for opcode 0x%x", "waitForLumxCommandResponse", opcode);
     return -1;
   };
@@ -198,7 +194,7 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
     return status;
   }
 
-  controlStats_.lastError.Record(failure, MonotonicNs());
+  controlStats_.lastError.Record(failure, lumx::MonotonicNowNs());
   LUMX_LOGI("LUM reply OK");
   return failure;
 }

@@ -86,10 +86,7 @@ int16_t DspModel::List(const uint8_t* req, uint8_t* reply) {
   uint8_t core = req[8];
   uint8_t page = req[9];
   if (!HasCore(core)) return kStatusNoCore;
-  std::vector<const TapEntry*> onCore;
-  for (const TapEntry& t : taps_) {
-    if (t.core == core) onCore.push_back(&t);
-  }
+  const std::vector<const TapEntry*> onCore = TapsOnCore(core);
   // Bytes 8..11: core, page, and the core's tap count.
   reply[8] = core;
   reply[9] = page;
@@ -97,15 +94,25 @@ int16_t DspModel::List(const uint8_t* req, uint8_t* reply) {
   std::memset(reply + kListEntriesOffset, 0, kTapsPerPage * kTapIdSize);
   size_t first = static_cast<size_t>(page) * kTapsPerPage;
   for (size_t i = 0; i < kTapsPerPage && first + i < onCore.size(); ++i) {
-    const TapEntry& t = *onCore[first + i];
-    uint8_t* id = reply + kListEntriesOffset + i * kTapIdSize;
-    StoreU32(id, t.code);
-    id[4] = t.index;
-    id[5] = t.core;
-    id[6] = t.enabled ? 1 : 0;
-    id[7] = t.extra;
+    PutTapId(reply + kListEntriesOffset + i * kTapIdSize, *onCore[first + i]);
   }
   return kStatusOk;
+}
+
+std::vector<const TapEntry*> DspModel::TapsOnCore(uint8_t core) const {
+  std::vector<const TapEntry*> onCore;
+  for (const TapEntry& t : taps_) {
+    if (t.core == core) onCore.push_back(&t);
+  }
+  return onCore;
+}
+
+void DspModel::PutTapId(uint8_t* id, const TapEntry& t) {
+  StoreU32(id, t.code);
+  id[4] = t.index;
+  id[5] = t.core;
+  id[6] = t.enabled ? 1 : 0;
+  id[7] = t.extra;
 }
 
 int16_t DspModel::Info(const uint8_t* req, uint8_t* reply) {

@@ -49,6 +49,11 @@ class DspModel {
   static void EchoReply(const uint8_t* request, size_t len, int16_t status, uint8_t* reply);
 
   const std::vector<TapEntry>& taps() const { return taps_; }
+  // The taps of one core, in table order.
+  std::vector<const TapEntry*> TapsOnCore(uint8_t core) const;
+  // Writes the 8-byte tap identifier of `t` (code, index, core, enabled,
+  // the byte carried through) at `id`.
+  static void PutTapId(uint8_t* id, const TapEntry& t);
   // Cores 2, 3 and 4 always exist, plus every core named in the table.
   bool HasCore(uint8_t core) const;
   // The tap bound to inject buffer `id`, or nullptr.

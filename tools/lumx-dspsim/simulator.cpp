@@ -641,20 +641,11 @@ void Simulator::HandleRequest(const std::vector<uint8_t>& req, int64_t now) {
 void Simulator::FillListPage(uint8_t* reply) {
   // The core's taps over and over, so that every info request still names a
   // tap the DSP has; a core without taps keeps its empty page.
-  std::vector<const TapEntry*> onCore;
-  for (const TapEntry& t : model_.taps()) {
-    if (t.core == reply[8]) onCore.push_back(&t);
-  }
+  const std::vector<const TapEntry*> onCore = model_.TapsOnCore(reply[8]);
   if (onCore.empty()) return;
   const size_t first = static_cast<size_t>(reply[9]) * kTapsPerPage;
   for (size_t i = 0; i < kTapsPerPage; ++i) {
-    const TapEntry& t = *onCore[(first + i) % onCore.size()];
-    uint8_t* id = reply + kListEntriesOffset + i * kTapIdSize;
-    StoreU32(id, t.code);
-    id[4] = t.index;
-    id[5] = t.core;
-    id[6] = t.enabled ? 1 : 0;
-    id[7] = t.extra;
+    DspModel::PutTapId(reply + kListEntriesOffset + i * kTapIdSize, *onCore[(first + i) % onCore.size()]);
   }
   lumx::MutexLock lock(&statsMu_);
   ++stats_.faults.endlessListPages;
