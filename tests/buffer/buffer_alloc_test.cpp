@@ -3,9 +3,7 @@
 // heap allocation in the process while they stream.
 //
 // All buffer tests share one binary, so the counter is off except inside the
-// measured window. Under a sanitizer the allocator's own hooks count;
-// otherwise malloc and friends are replaced here (operator new ends in
-// malloc, so it is counted too).
+// measured window.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -22,72 +20,21 @@
 #include "support/buffer_rig.h"
 #include "support/buffer_test_processor.h"
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-#define BUFFER_ALLOC_SANITIZER_HOOKS 1
-#endif
-#endif
+#include "support/alloc_counter.h"
 
 namespace {
-std::atomic<bool> gCounting{false};
-std::atomic<uint64_t> gAllocations{0};
+
 void* volatile gProbeSink = nullptr;
 
-inline void CountAllocation() {
-  if (gCounting.load(std::memory_order_relaxed)) gAllocations.fetch_add(1, std::memory_order_relaxed);
-}
-template <typename T>
-T Counted(T result) {
-  CountAllocation();
-  return result;
-}
-}  // namespace
-
-#if defined(BUFFER_ALLOC_SANITIZER_HOOKS)
-#include <sanitizer/allocator_interface.h>
-
-namespace {
-void MallocHook(const volatile void*, size_t) { CountAllocation(); }
-void FreeHook(const volatile void*) {}
-const int gHooksInstalled = __sanitizer_install_malloc_and_free_hooks(MallocHook, FreeHook);
-}  // namespace
-
-#else
-
-extern "C" {
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t n, size_t size);
-void* __libc_realloc(void* p, size_t size);
-void* __libc_memalign(size_t alignment, size_t size);
-
-void* malloc(size_t size) { return Counted(__libc_malloc(size)); }
-void* calloc(size_t n, size_t size) { return Counted(__libc_calloc(n, size)); }
-void* realloc(void* p, size_t size) { return Counted(__libc_realloc(p, size)); }
-void* memalign(size_t alignment, size_t size) { return Counted(__libc_memalign(alignment, size)); }
-void* aligned_alloc(size_t alignment, size_t size) { return Counted(__libc_memalign(alignment, size)); }
-int posix_memalign(void** out, size_t alignment, size_t size) {
-  *out = Counted(__libc_memalign(alignment, size));
-  return *out == nullptr ? 12 : 0;  // ENOMEM
-}
-}  // extern "C"
-
-#endif
-
-namespace {
-
 TEST(BufferAllocationTest, NoHeapAllocationPerPacket) {
-#if defined(BUFFER_ALLOC_SANITIZER_HOOKS)
-  ASSERT_NE(gHooksInstalled, 0) << "allocator hooks unavailable";
-#endif
+  if (!lumx::test::AllocationCounterWorks()) GTEST_SKIP() << "no allocation counter on this libc";
   // The counter sees both malloc and operator new.
-  gAllocations = 0;
-  gCounting = true;
+  lumx::test::StartCountingAllocations();
   gProbeSink = malloc(16);
   free(gProbeSink);
   gProbeSink = new int(1);
   delete static_cast<int*>(gProbeSink);
-  gCounting = false;
-  ASSERT_EQ(gAllocations.load(), 2u);
+  ASSERT_EQ(lumx::test::StopCountingAllocations(), 2u);
 
   // Keep the host logger quiet: it formats into std::string, which a device
   // build's liblog does not do. Info lines (every 200th packet) are dropped
@@ -114,11 +61,9 @@ TEST(BufferAllocationTest, NoHeapAllocationPerPacket) {
   };
   const bool warmedUp = waitPackets(kWarmUp);
   const uint64_t from = p.calls.load();
-  gAllocations = 0;
-  gCounting = true;
+  lumx::test::StartCountingAllocations();
   const bool streamed = warmedUp && waitPackets(from + kMeasured);
-  gCounting = false;
-  const uint64_t allocations = gAllocations.load();
+  const uint64_t allocations = lumx::test::StopCountingAllocations();
 
   // Stop the I/O thread while the drainer still runs: a thread blocked on a
   // full inject FIFO could not be joined.

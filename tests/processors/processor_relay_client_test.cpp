@@ -15,25 +15,11 @@
 #include "processors/audio_relay_processor.h"
 #include "support/processor_test_util.h"
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#include <sanitizer/allocator_interface.h>
-#define RELAY_ALLOC_HOOKS 1
-#endif
-#endif
+#include "support/alloc_counter.h"
 
 namespace {
 
 using namespace ::lumx::test::processor;  // NOLINT(build/namespaces)
-
-// Heap allocations of the thread that sets tCounting.
-thread_local bool tCounting = false;
-std::atomic<uint64_t> gAllocations{0};
-#if defined(RELAY_ALLOC_HOOKS)
-void OnMalloc(const volatile void*, size_t) { gAllocations += tCounting ? 1 : 0; }
-void OnFree(const volatile void*) {}
-const int gHooks = __sanitizer_install_malloc_and_free_hooks(OnMalloc, OnFree);
-#endif
 
 // Runs `fn` on a thread of its own: whether it ended within 10 s. On return
 // `held` is released and the thread has ended.
@@ -87,20 +73,19 @@ TEST_F(ProcessorRelayClientTest, StalledClientGetsAtMostThreeStaleBlocksAndCosts
   auto client = Client();
   client->Hold();
   int failures = 0;
+  uint64_t allocations = 0;
   ASSERT_TRUE(EndsInTime([&] {
-    tCounting = true;
+    lumx::test::StartCountingThisThread();
     failures += Block(1) != 0;
-    tCounting = false;
+    allocations += lumx::test::StopCountingAllocations();
     client->WaitFor(1);
-    tCounting = true;
+    lumx::test::StartCountingThisThread();
     for (int k = 2; k <= 1000; ++k) failures += Block(k) != 0;
-    tCounting = false;
+    allocations += lumx::test::StopCountingAllocations();
   }, client.get())) << "the I/O thread waited for a stopped client";
   EXPECT_EQ(0, failures);
   EXPECT_EQ(std::vector<uint8_t>(9600, 0), out_);
-#if defined(RELAY_ALLOC_HOOKS)
-  EXPECT_EQ(0u, gAllocations.load()) << "ProcessBlock allocated";
-#endif
+  if (lumx::test::AllocationCounterWorks()) EXPECT_EQ(0u, allocations) << "ProcessBlock allocated";
 
   ASSERT_TRUE(client->WaitFor(3));  // caught up: a new block drops nothing
   ASSERT_EQ(0, Block(1001));
