@@ -21,6 +21,15 @@ Operation Op(OpId id, const char* name, std::initializer_list<ArgSlot> args,
   for (const ArgSlot& a : args) op.args[op.argCount++] = a;
   op.reportsValue = reportsValue;
   op.summary = summary;
+  op.tapAt = -1;
+  // A <core> <tap> <index> group names one tap.
+  for (int k = 0; k + 2 < op.argCount; ++k) {
+    if (std::string_view(op.args[k].name) == "core" &&
+        op.args[k + 1].kind == ArgKind::kCode &&
+        std::string_view(op.args[k + 2].name) == "index") {
+      op.tapAt = k;
+    }
+  }
   return op;
 }
 
@@ -204,8 +213,8 @@ std::string FormatFloat(const char* fmt, double v) {
 }
 
 // Parses one positional argument of kind `slot.kind`.
-bool ParseOne(const ArgSlot& slot, std::string_view word, Arg* arg,
-              std::string* error) {
+bool ParseOne(const ArgSlot& slot, std::string_view word, int32_t paramId,
+              Arg* arg, std::string* error) {
   arg->kind = slot.kind;
   switch (slot.kind) {
     case ArgKind::kInt:
@@ -238,7 +247,7 @@ bool ParseOne(const ArgSlot& slot, std::string_view word, Arg* arg,
     case ArgKind::kParamId:
       return ParseParameterId(word, &arg->i, error);
     case ArgKind::kParamValue:
-      return ParseParamValue(word, &arg->value, error);
+      return ParseParamValueFor(paramId, word, &arg->value, error);
     case ArgKind::kWords:
     case ArgKind::kSetPairs:
     case ArgKind::kGetPairs:
@@ -305,23 +314,41 @@ const std::vector<Operation>& Operations() {
   return ops;
 }
 
-const Operation& RelayOperation() {
-  static const Operation relay =
+const std::vector<Operation>& ToolCommands() {
+  static const std::vector<Operation> commands = {
       Op(OpId::kRelay, "relay",
          {kProc,
           {ArgKind::kFile, "--record FILE.wav", true},
           {ArgKind::kFile, "--play FILE.wav", true},
           {ArgKind::kString, "--seconds N", true},
           {ArgKind::kString, "--json-stats", true}},
-         "stream audio with a relay processor");
-  return relay;
+         "stream audio with a relay processor"),
+      Op(OpId::kDump, "dump", {{ArgKind::kWords, "word...", true}},
+         "the daemon's state and counters (--reset clears)"),
+      Op(OpId::kTop, "top", {{ArgKind::kString, "--once", true}},
+         "streams, every second; q quits (--once: one table)"),
+      Op(OpId::kGraph, "graph",
+         {{ArgKind::kString, "--dot", true},
+          {ArgKind::kFile, "--png FILE", true},
+          {ArgKind::kFile, "--svg FILE", true}},
+         "connection graph: DOT, or a picture drawn by dot"),
+      Op(OpId::kVersion, "version", {},
+         "interface version and hash, daemon's and lumx's"),
+      Op(OpId::kHelp, "help", {{ArgKind::kString, "operation", true}},
+         "this text, or one operation's"),
+  };
+  return commands;
 }
+
+const Operation& RelayOperation() { return ToolCommands().front(); }
 
 const Operation* FindOperation(std::string_view name) {
   for (const Operation& op : Operations()) {
     if (EqualsIgnoreCase(op.name, name)) return &op;
   }
-  if (EqualsIgnoreCase(RelayOperation().name, name)) return &RelayOperation();
+  for (const Operation& op : ToolCommands()) {
+    if (EqualsIgnoreCase(op.name, name)) return &op;
+  }
   return nullptr;
 }
 
@@ -376,15 +403,19 @@ bool ParseFourCC(std::string_view w, uint32_t* out, std::string* error) {
 }
 
 bool ParseBool(std::string_view w, bool* out, std::string* error) {
-  if (w == "1" || EqualsIgnoreCase(w, "true") || EqualsIgnoreCase(w, "on")) {
-    *out = true;
-    return true;
+  for (const char* yes : {"1", "true", "on", "yes"}) {
+    if (EqualsIgnoreCase(w, yes)) {
+      *out = true;
+      return true;
+    }
   }
-  if (w == "0" || EqualsIgnoreCase(w, "false") || EqualsIgnoreCase(w, "off")) {
-    *out = false;
-    return true;
+  for (const char* no : {"0", "false", "off", "no"}) {
+    if (EqualsIgnoreCase(w, no)) {
+      *out = false;
+      return true;
+    }
   }
-  return Fail(error, "expected 1, 0, true, false, on or off");
+  return Fail(error, "expected 1, 0, true, false, on, off, yes or no");
 }
 
 bool ParseUseCase(std::string_view w, int8_t* out, std::string* error) {
@@ -454,6 +485,31 @@ bool ParseParamValue(std::string_view w, ParamValueArg* out,
   return Fail(error, "expected i:<integer> or f:<float>");
 }
 
+bool ParseParamValueFor(int32_t paramId, std::string_view w,
+                        ParamValueArg* out, std::string* error) {
+  if (w.size() >= 2 && w[1] == ':') return ParseParamValue(w, out, error);
+  const std::string name = ParameterIdName(paramId);
+  // Every parameter a processor knows is an integer; an id without a name
+  // has no known type.
+  if (paramId < 0 || paramId > 4) {
+    return Fail(error, "the type of parameter " + name +
+                           " is not known: write i:<integer> or f:<float>");
+  }
+  bool b = false;
+  if ((paramId == 1 || paramId == 2) && !IsDigit(w.empty() ? ' ' : w[0]) &&
+      ParseBool(w, &b, nullptr)) {
+    *out = ParamValueArg{false, b ? 1 : 0, 0.0f};
+    return true;
+  }
+  int32_t v = 0;
+  if (!ParseInt32(w, &v, nullptr)) {
+    return Fail(error, name + " is an integer: expected an integer, or f:" +
+                           std::string(w) + " to send a float anyway");
+  }
+  *out = ParamValueArg{false, v, 0.0f};
+  return true;
+}
+
 bool ParseParamPair(std::string_view w, ParamPair* out, std::string* error) {
   size_t colon = w.find(':');
   if (colon == std::string_view::npos) {
@@ -477,7 +533,7 @@ bool ParseSetPair(std::string_view w, ParamPair* pair, ParamValueArg* value,
   }
   if (!ParseParamPair(w.substr(0, eq), pair, error)) return false;
   std::string why;
-  if (!ParseParamValue(w.substr(eq + 1), value, &why)) {
+  if (!ParseParamValueFor(pair->paramId, w.substr(eq + 1), value, &why)) {
     return Fail(error, "value: " + why);
   }
   return true;
@@ -497,49 +553,217 @@ bool ParseSeconds(std::string_view w, double* out, std::string* error) {
   return true;
 }
 
+namespace {
+
+bool IsOptionWord(std::string_view w) { return w.size() > 2 && StartsWith(w, "--"); }
+
+// "--name VALUE" or "--name=VALUE" at words[*k]; advances *k past it.
+bool TakeOptionValue(const std::vector<std::string>& words, size_t* k,
+                     std::string_view name, std::string* value, bool* taken,
+                     std::string* error) {
+  std::string_view w = words[*k];
+  *taken = false;
+  if (w == name) {
+    if (*k + 1 >= words.size()) {
+      return Fail(error, std::string(name) + " needs a value");
+    }
+    *value = words[*k + 1];
+    *k += 2;
+    *taken = true;
+  } else if (StartsWith(w, name) && w.size() > name.size() &&
+             w[name.size()] == '=') {
+    *value = std::string(w.substr(name.size() + 1));
+    *k += 1;
+    *taken = true;
+  }
+  return true;
+}
+
+// Splits <core>:<tap>.<index> and <tap>.<index> into the three words of a
+// tap group starting at words[at]. A word of exactly four characters is a
+// code even if it holds a point ("ab.1"); the index follows the last point.
+void ExpandTapWords(std::vector<std::string>* words, size_t at) {
+  if (at < words->size()) {
+    const std::string w = (*words)[at];
+    size_t colon = w.find(':');
+    int32_t core = 0;
+    if (colon != std::string::npos && colon > 0 &&
+        ParseInt32(std::string_view(w).substr(0, colon), &core, nullptr)) {
+      (*words)[at] = w.substr(0, colon);
+      words->insert(words->begin() + static_cast<long>(at) + 1, w.substr(colon + 1));
+    }
+  }
+  if (at + 1 < words->size()) {
+    const std::string w = (*words)[at + 1];
+    size_t dot = w.rfind('.');
+    if (w.size() != 4 && dot != std::string::npos && dot > 0 && dot + 1 < w.size()) {
+      bool digits = true;
+      for (size_t j = dot + 1; j < w.size(); ++j) digits = digits && IsDigit(w[j]);
+      if (digits) {
+        (*words)[at + 1] = w.substr(0, dot);
+        words->insert(words->begin() + static_cast<long>(at) + 2, w.substr(dot + 1));
+      }
+    }
+  }
+}
+
+bool ParseGraph(const std::vector<std::string>& words, CommandLine* out,
+                std::string* error) {
+  const std::string usage = " (usage: lumx graph [--dot] [--png FILE] [--svg FILE])";
+  for (size_t k = 1; k < words.size();) {
+    if (words[k] == "--dot") {
+      out->graph.dot = true;
+      ++k;
+      continue;
+    }
+    bool taken = false;
+    for (const char* name : {"--png", "--svg"}) {
+      std::string value;
+      if (!TakeOptionValue(words, &k, name, &value, &taken, error)) {
+        *error = "graph: " + *error + usage;
+        return false;
+      }
+      if (!taken) continue;
+      if (value.empty()) return Fail(error, std::string("graph: ") + name + " needs a file name");
+      (std::string_view(name) == "--png" ? out->graph.png : out->graph.svg) = value;
+      break;
+    }
+    if (!taken) return Fail(error, "graph: unexpected argument " + Quote(words[k]) + usage);
+  }
+  if (out->graph.png.empty() && out->graph.svg.empty()) out->graph.dot = true;
+  return true;
+}
+
+}  // namespace
+
 bool ParseCommandLine(const std::vector<std::string>& words, CommandLine* out,
                       std::string* error) {
   *out = CommandLine{};
-  size_t k = 0;
-  for (; k < words.size(); ++k) {
+  // --json is found first, so that a line refused for any other reason is
+  // still answered in JSON.
+  for (const std::string& w : words) {
+    if (w == "--") break;
+    if (w == "--json") out->json = true;
+  }
+  // The tool's options may stand anywhere; "--" ends them, so a word after it
+  // is always an argument. What remains are the command and its arguments.
+  std::vector<std::string> pos;
+  bool help = false, literal = false;
+  size_t firstLiteral = SIZE_MAX;
+  for (size_t k = 0; k < words.size();) {
     const std::string& w = words[k];
-    if (w == "--json") {
-      out->json = true;
-    } else if (w == "--help" || w == "-h") {
-      out->mode = CommandLine::Mode::kHelp;
-      return true;
-    } else if (StartsWith(w, "-")) {
-      return Fail(error, "unknown option " + Quote(w) + " (see lumx --help)");
-    } else {
-      break;
+    if (!literal) {
+      if (w == "--") {
+        literal = true;
+        firstLiteral = pos.size();
+        ++k;
+        continue;
+      }
+      if (w == "--json") {
+        ++k;
+        continue;
+      }
+      if (w == "--help" || w == "-h") {
+        help = true;
+        ++k;
+        continue;
+      }
+      std::string value;
+      bool taken = false;
+      if (!TakeOptionValue(words, &k, "--timeout", &value, &taken, error)) return false;
+      if (taken) {
+        int32_t ms = -1;
+        if (!ParseInt32(value, &ms, nullptr) || ms < 0 || ms > kMaxTimeoutMs) {
+          return Fail(error, "--timeout " + Quote(value) + ": expected milliseconds from 0 to " +
+                                 std::to_string(kMaxTimeoutMs));
+        }
+        out->timeoutMs = ms;
+        continue;
+      }
     }
+    pos.push_back(w);
+    ++k;
   }
-  if (k == words.size()) {
-    return Fail(error, "no operation given (see lumx --help)");
+  if (pos.empty()) {
+    if (help) return true;  // kHelp, the whole text
+    out->showUsage = true;
+    return Fail(error, "no operation given (see lumx help)");
   }
-  const Operation* op = FindOperation(words[k]);
+  if (firstLiteral != 0 && IsOptionWord(pos[0])) {
+    return Fail(error, "unknown option " + Quote(pos[0]) + " (see lumx help)");
+  }
+  const Operation* op = FindOperation(pos[0]);
   if (!op) {
-    return Fail(error,
-                "unknown operation " + Quote(words[k]) + " (see lumx --help)");
+    return Fail(error, "unknown operation " + Quote(pos[0]) + " (see lumx help)");
   }
   out->op = op;
-  ++k;
-  if (op->id == OpId::kRelay) {
-    out->mode = CommandLine::Mode::kRelay;
-    if (out->json) out->relay.jsonStats = true;
-    return ParseRelay(words, k, out, error);
+  if (help) return true;  // kHelp about `op`
+  if (op->id == OpId::kHelp) {
+    out->op = nullptr;
+    if (pos.size() > 2) return Fail(error, "help: unexpected argument " + Quote(pos[2]));
+    if (pos.size() == 2) {
+      out->op = FindOperation(pos[1]);
+      if (!out->op) return Fail(error, "help: unknown operation " + Quote(pos[1]));
+    }
+    return true;
+  }
+  // Words after "--" are never options, whatever they look like.
+  auto optionAt = [&](size_t k) { return k < firstLiteral && IsOptionWord(pos[k]); };
+  switch (op->id) {
+    case OpId::kRelay:
+      out->mode = CommandLine::Mode::kRelay;
+      if (out->json) out->relay.jsonStats = true;
+      out->relay.timeoutMs = out->timeoutMs;
+      return ParseRelay(pos, 1, out, error);
+    case OpId::kDump:
+      // Every word is the dump's own, options included; --json asks the
+      // service for its JSON form as well.
+      out->mode = CommandLine::Mode::kDump;
+      out->dumpArgs.assign(pos.begin() + 1, pos.end());
+      if (out->json) out->dumpArgs.push_back("--json");
+      return true;
+    case OpId::kTop:
+      out->mode = CommandLine::Mode::kTop;
+      for (size_t k = 1; k < pos.size(); ++k) {
+        if (pos[k] != "--once") {
+          return Fail(error, "top: unexpected argument " + Quote(pos[k]) + " (usage: lumx top [--once])");
+        }
+        out->once = true;
+      }
+      return true;
+    case OpId::kGraph:
+      out->mode = CommandLine::Mode::kGraph;
+      return ParseGraph(pos, out, error);
+    case OpId::kVersion:
+      out->mode = CommandLine::Mode::kVersion;
+      if (pos.size() > 1) return Fail(error, "version: unexpected argument " + Quote(pos[1]));
+      return true;
+    default:
+      break;
   }
 
   out->mode = CommandLine::Mode::kCall;
   const std::string usage = " (usage: " + UsageLine(*op) + ")";
+  for (size_t k = 1; k < pos.size(); ++k) {
+    if (optionAt(k)) {
+      return Fail(error, std::string(op->name) + ": unknown option " + Quote(pos[k]) +
+                             " (write -- before a word that starts with --)");
+    }
+  }
+  std::vector<std::string> argWords(pos.begin() + 1, pos.end());
+  if (op->tapAt >= 0) ExpandTapWords(&argWords, static_cast<size_t>(op->tapAt));
+  const std::string tapForms =
+      op->tapAt >= 0 ? " (a tap is <core> <tap> <index>, <core> <tap>.<index> or <core>:<tap>.<index>)" : "";
+  size_t k = 0;
+  int32_t paramId = -1;
   for (int a = 0; a < op->argCount; ++a) {
     const ArgSlot& slot = op->args[a];
     Arg arg;
     arg.kind = slot.kind;
     if (slot.kind == ArgKind::kWords || slot.kind == ArgKind::kSetPairs ||
         slot.kind == ArgKind::kGetPairs) {
-      for (; k < words.size(); ++k) {
-        const std::string& w = words[k];
+      for (; k < argWords.size(); ++k) {
+        const std::string& w = argWords[k];
         if (slot.kind == ArgKind::kWords) {
           arg.words.push_back(w);
           continue;
@@ -560,26 +784,28 @@ bool ParseCommandLine(const std::vector<std::string>& words, CommandLine* out,
       out->args.push_back(std::move(arg));
       continue;
     }
-    if (k >= words.size()) {
+    if (k >= argWords.size()) {
       if (!slot.optional) {
         return Fail(error, std::string(op->name) + ": missing <" + slot.name +
-                               ">" + usage);
+                               ">" + usage + tapForms);
       }
       arg.present = false;
       out->args.push_back(std::move(arg));
       continue;
     }
     std::string why;
-    if (!ParseOne(slot, words[k], &arg, &why)) {
+    if (!ParseOne(slot, argWords[k], paramId, &arg, &why)) {
+      const bool inTap = op->tapAt >= 0 && a >= op->tapAt && a <= op->tapAt + 2;
       return Fail(error, std::string(op->name) + ": <" + slot.name + "> " +
-                             Quote(words[k]) + ": " + why);
+                             Quote(argWords[k]) + ": " + why + (inTap ? tapForms : ""));
     }
+    if (slot.kind == ArgKind::kParamId) paramId = arg.i;
     ++k;
     out->args.push_back(std::move(arg));
   }
-  if (k < words.size()) {
+  if (k < argWords.size()) {
     return Fail(error, std::string(op->name) + ": unexpected argument " +
-                           Quote(words[k]) + usage);
+                           Quote(argWords[k]) + usage);
   }
   return true;
 }
@@ -734,8 +960,31 @@ std::string FormatJson(const Operation& op, const Outcome& outcome) {
     }
     out += ']';
   }
+  if (!outcome.hint.empty()) out += ",\"hint\":" + JsonString(outcome.hint);
   out += "}\n";
   return out;
+}
+
+std::string ErrorJson(const Operation* op, std::string_view error, int exitCode) {
+  return "{\"op\":" + (op ? JsonString(op->name) : std::string("null")) +
+         ",\"error\":" + JsonString(error) + ",\"exitCode\":" + std::to_string(exitCode) +
+         "}\n";
+}
+
+std::string TapRefusalHint(const Operation& op, const std::vector<Arg>& args,
+                           const Outcome& outcome) {
+  if (op.tapAt < 0 || outcome.status == 0 || args.size() < static_cast<size_t>(op.tapAt) + 3) {
+    return "";
+  }
+  const auto code = static_cast<uint32_t>(args[op.tapAt + 1].i);
+  std::string text = FourCCToString(code);
+  bool printable = true;
+  for (char c : text) printable = printable && c >= 0x20 && c <= 0x7e;
+  char hex[16];
+  snprintf(hex, sizeof(hex), "0x%08x", code);
+  return "tap " + std::to_string(args[op.tapAt].i) + ":" + (printable ? text : std::string(hex)) +
+         "." + std::to_string(args[op.tapAt + 2].i) + " was sent as code " + hex +
+         (printable ? " (the text \"" + text + "\")" : std::string()) + "; " + kCodeRule;
 }
 
 std::string UsageLine(const Operation& op) {
@@ -750,52 +999,105 @@ std::string UsageLine(const Operation& op) {
   return line;
 }
 
+namespace {
+
+// What each kind of argument accepts, for the help texts.
+struct KindHelp {
+  const char* words;
+  const char* text;
+};
+const KindHelp kKindHelp[] = {
+    {"<processor> <type> <tap>",
+     "four-character code. The rule: a word of exactly\n"
+     "four characters is the code's text (1234 is the\n"
+     "text \"1234\", pas1 is 0x70617331); 0x<hex> (1 to 8\n"
+     "digits) or any other all-digit word is a number\n"
+     "(0x4d2, 01234)"},
+    {"<core> <tap> <index>",
+     "one tap; also <core> <tap>.<index> or\n"
+     "<core>:<tap>.<index> as TapList and ShowGraph\n"
+     "print taps (2:imic.0, 2 imic.0)"},
+    {"integers", "decimal (may be negative: -1 means no buffer)\nor 0x<hex>"},
+    {"<enable>", "1, 0, true, false, on, off, yes, no (any case)"},
+    {"<useCase>", "UNSPECIFIED, HOTWORDAEC, MIC_IN, SPEAKER_OUT,\nAREL_TELE (any case) or a number"},
+    {"<param>", "UNSPECIFIED, VERSION, PASSTHROUGH_MODE, TEST_MODE,\nBLOCK_LENGTH, AUDIO_FORMAT (any case) or a number"},
+    {"<value>",
+     "i:<integer> or f:<float>; a named parameter (all\n"
+     "are integers) also takes a bare integer, and\n"
+     "PASSTHROUGH_MODE and TEST_MODE the <enable> words"},
+};
+
+void AddKindHelp(std::string* out, const KindHelp& k) {
+  std::string words = k.words;
+  *out += "  " + words;
+  const size_t indent = 28;
+  size_t width = 2 + words.size();
+  std::string text = k.text;
+  bool first = true;
+  size_t from = 0;
+  while (from <= text.size()) {
+    size_t nl = text.find('\n', from);
+    std::string line = text.substr(from, nl == std::string::npos ? std::string::npos : nl - from);
+    if (first && width < indent) {
+      *out += std::string(indent - width, ' ');
+    } else {
+      *out += "\n" + std::string(indent, ' ');
+    }
+    *out += line;
+    first = false;
+    if (nl == std::string::npos) break;
+    from = nl + 1;
+  }
+  *out += '\n';
+}
+
+void AddOperationLine(std::string* out, const Operation& op) {
+  std::string line = UsageLine(op).substr(5);  // without "lumx "
+  *out += "  " + line;
+  size_t width = 2 + line.size();
+  if (width < 56) {
+    *out += std::string(56 - width, ' ');
+  } else {
+    *out += "\n" + std::string(56, ' ');
+  }
+  *out += op.summary;
+  *out += '\n';
+}
+
+const char kOptionsHelp[] =
+    "Options (anywhere on the line; a word after -- is never an option):\n"
+    "  --json        print one JSON object per answer; a refused command line\n"
+    "                or an unreachable daemon gives an object with \"error\"\n"
+    "  --timeout MS  how long to look for the daemon (default 1000)\n"
+    "  --help, -h    this text, or the operation's when one is named\n";
+
+}  // namespace
+
 std::string UsageText() {
   std::string out =
-      "usage: lumx [--json] <operation> [arguments...]\n"
-      "       lumx relay <processor> [--record FILE.wav] [--play FILE.wav]\n"
-      "                  [--seconds N] [--json-stats]\n"
-      "       lumx --help\n"
+      "usage: lumx [options] <operation> [arguments...]\n"
+      "       lumx [options] relay <processor> [--record FILE.wav] [--play FILE.wav]\n"
+      "                          [--seconds N] [--json-stats]\n"
+      "       lumx [options] dump [word...]\n"
+      "       lumx [options] top [--once]\n"
+      "       lumx [options] graph [--dot] [--png FILE] [--svg FILE]\n"
+      "       lumx [options] version\n"
+      "       lumx help [operation]\n"
       "\n"
       "Calls one operation of the lumxd service ";
   out += kServiceName;
   out +=
       ".\n"
       "Operation names are case-insensitive; arguments follow in order.\n"
-      "\n"
-      "Operations:\n";
-  auto add = [&out](const Operation& op) {
-    std::string line = UsageLine(op).substr(5);  // without "lumx "
-    out += "  " + line;
-    size_t width = 2 + line.size();
-    if (width < 56) {
-      out += std::string(56 - width, ' ');
-    } else {
-      out += "\n" + std::string(56, ' ');
-    }
-    out += op.summary;
-    out += '\n';
-  };
-  for (const Operation& op : Operations()) add(op);
-  add(RelayOperation());
+      "\n";
+  out += kOptionsHelp;
+  out += "\nOperations:\n";
+  for (const Operation& op : Operations()) AddOperationLine(&out, op);
+  out += "\nCommands of the tool:\n";
+  for (const Operation& op : ToolCommands()) AddOperationLine(&out, op);
+  out += "\nArguments:\n";
+  for (const KindHelp& k : kKindHelp) AddKindHelp(&out, k);
   out +=
-      "\n"
-      "Arguments:\n"
-      "  <processor> <type> <tap>  four-character code: exactly 4 characters\n"
-      "                            are the code's text (\"pas1\"), 0x<hex> is a\n"
-      "                            number, any other all-digit word is decimal\n"
-      "  integers                  decimal (may be negative: -1 means no "
-      "buffer)\n"
-      "                            or 0x<hex>\n"
-      "  <enable>                  1, 0, true, false, on, off\n"
-      "  <useCase>                 UNSPECIFIED, HOTWORDAEC, MIC_IN, "
-      "SPEAKER_OUT,\n"
-      "                            AREL_TELE (any case) or a number\n"
-      "  <param>                   UNSPECIFIED, VERSION, PASSTHROUGH_MODE, "
-      "TEST_MODE,\n"
-      "                            BLOCK_LENGTH, AUDIO_FORMAT (any case) or a "
-      "number\n"
-      "  <value>                   i:<integer> or f:<float>\n"
       "\n"
       "Output: the answer's text lines; then \"value: <float>\" (for the\n"
       "Is*Enabled operations, or any non-zero value) and \"param: i:<n>\" or\n"
@@ -804,8 +1106,43 @@ std::string UsageText() {
       "Exit status: the answer's status (0 OK, 1 ERROR, 2 INVALID_PROCESSOR,\n"
       "3 INVALID_PARAMETER, 4 INVALID_VALUE, 5 INVALID_ELEMENT, 6 READ_ONLY);\n"
       "64 bad command line, 65 bad input file, 66 input file not readable,\n"
-      "69 daemon unreachable or call failed, 70 internal error, 73 output\n"
-      "file cannot be created, 74 writing the output file failed.\n";
+      "69 daemon unreachable, call failed, or Graphviz's dot missing,\n"
+      "70 internal error, 73 output file cannot be created, 74 writing the\n"
+      "output file failed, 75 relay displaced by another client.\n";
+  return out;
+}
+
+std::string OperationHelp(const Operation& op) {
+  std::string out = "usage: " + UsageLine(op) + "\n  " + op.summary + "\n";
+  std::vector<const KindHelp*> kinds;
+  auto want = [&](const KindHelp& k) {
+    for (const KindHelp* seen : kinds) {
+      if (seen == &k) return;
+    }
+    kinds.push_back(&k);
+  };
+  for (int a = 0; a < op.argCount; ++a) {
+    switch (op.args[a].kind) {
+      case ArgKind::kCode: want(kKindHelp[0]); break;
+      case ArgKind::kInt:
+      case ArgKind::kByte: want(kKindHelp[2]); break;
+      case ArgKind::kBool: want(kKindHelp[3]); break;
+      case ArgKind::kUseCase: want(kKindHelp[4]); break;
+      case ArgKind::kParamId:
+      case ArgKind::kGetPairs: want(kKindHelp[5]); break;
+      case ArgKind::kParamValue:
+      case ArgKind::kSetPairs:
+        want(kKindHelp[5]);
+        want(kKindHelp[6]);
+        break;
+      default: break;
+    }
+  }
+  if (op.tapAt >= 0) want(kKindHelp[1]);
+  if (!kinds.empty()) {
+    out += "\nArguments:\n";
+    for (const KindHelp* k : kinds) AddKindHelp(&out, *k);
+  }
   return out;
 }
 

@@ -25,6 +25,16 @@ enum ExitCode : int {
   kExitDisplaced = 75,    // relay: another client registered on the processor
 };
 
+// How long the tool looks for the daemon unless --timeout says otherwise.
+inline constexpr int kDefaultTimeoutMs = 1000;
+inline constexpr int kMaxTimeoutMs = 600000;
+
+// The one rule for four-character codes written as numbers or as text; shown
+// by the help and when the DSP refuses a tap.
+inline constexpr const char* kCodeRule =
+    "a word of exactly four characters is the code's text (1234 is the text "
+    "\"1234\"); 0x<hex> or any other all-digit word is a number (0x4d2, 01234)";
+
 // The name under which lumxd registers ILumx.
 inline constexpr const char* kServiceName = "lumx.ILumx/default";
 
@@ -84,7 +94,13 @@ enum class OpId : int {
   kListParameters,
   kSendAudio,
   kRegisterReceiveAudioCallback,
+  // The tool's own commands.
   kRelay = 100,
+  kDump,
+  kTop,
+  kGraph,
+  kVersion,
+  kHelp,
 };
 
 inline constexpr int kMaxArgs = 8;
@@ -98,13 +114,19 @@ struct Operation {
   // printed; for other operations it is printed only when non-zero.
   bool reportsValue;
   const char* summary;
+  // Index of the <core> slot of a <core> <tap> <index> group, or -1. Such a
+  // group may also be written <core> <tap>.<index> or <core>:<tap>.<index>.
+  int tapAt;
 };
 
 // The 33 ILumx operations in transaction order.
 const std::vector<Operation>& Operations();
 // The relay command (not an ILumx operation).
 const Operation& RelayOperation();
-// Case-insensitive lookup over the 33 operations and "relay"; null if none.
+// The tool's own commands: relay, dump, top, graph, version, help.
+const std::vector<Operation>& ToolCommands();
+// Case-insensitive lookup over the 33 operations and the tool's commands;
+// null if none.
 const Operation* FindOperation(std::string_view name);
 
 // A ParamValue as the tool carries it: the union's tag and its member.
@@ -144,19 +166,36 @@ struct RelayOptions {
   std::string play;       // empty: send nothing
   double seconds = 0.0;   // 0: run until SIGINT/SIGTERM
   bool jsonStats = false;
+  int timeoutMs = kDefaultTimeoutMs;  // for reaching the daemon
+};
+
+struct GraphOptions {
+  bool dot = false;  // print DOT on stdout (also when no file is asked for)
+  std::string png;   // write a PNG picture here
+  std::string svg;   // write an SVG picture here
 };
 
 struct CommandLine {
-  enum class Mode { kHelp, kCall, kRelay };
+  enum class Mode { kHelp, kCall, kRelay, kDump, kTop, kGraph, kVersion };
   Mode mode = Mode::kHelp;
   bool json = false;
+  int timeoutMs = kDefaultTimeoutMs;
+  // kCall: the operation; kHelp: the operation asked about, or null.
   const Operation* op = nullptr;
-  std::vector<Arg> args;  // kCall: one per ArgSlot of `op`
-  RelayOptions relay;     // kRelay
+  std::vector<Arg> args;              // kCall: one per ArgSlot of `op`
+  RelayOptions relay;                 // kRelay
+  std::vector<std::string> dumpArgs;  // kDump: passed to the service's dump
+  bool once = false;                  // kTop
+  GraphOptions graph;                 // kGraph
+  // Set with a failed parse of a line without any operation: the caller
+  // shows the whole usage.
+  bool showUsage = false;
 };
 
 // Parses the words after the program name. On failure returns false and
-// sets `error` to a one-line message (without the "lumx: " prefix).
+// sets `error` to a one-line message (without the "lumx: " prefix); `json`
+// and `op` are set as far as the line was understood, so the error can be
+// reported in the form asked for.
 bool ParseCommandLine(const std::vector<std::string>& words, CommandLine* out,
                       std::string* error);
 
@@ -168,6 +207,11 @@ bool ParseUseCase(std::string_view word, int8_t* out, std::string* error);
 bool ParseParameterId(std::string_view word, int32_t* out, std::string* error);
 bool ParseParamValue(std::string_view word, ParamValueArg* out,
                      std::string* error);
+// The same, and a bare value for a parameter whose type is known: every
+// named parameter is an integer, and PASSTHROUGH_MODE and TEST_MODE also
+// take the words of ParseBool.
+bool ParseParamValueFor(int32_t paramId, std::string_view word,
+                        ParamValueArg* out, std::string* error);
 bool ParseParamPair(std::string_view word, ParamPair* out, std::string* error);
 bool ParseSetPair(std::string_view word, ParamPair* pair, ParamValueArg* value,
                   std::string* error);
@@ -191,7 +235,13 @@ struct Outcome {
   std::vector<std::string> lines;
   std::optional<ParamValueArg> param;                // GetParameter
   std::optional<std::vector<ParamValueArg>> values;  // GetParameterBulk
+  std::string hint;  // the tool's own advice about a refusal, or empty
 };
+
+// Advice for a tap command the DSP refused: how the code was sent, and the
+// rule for codes. Empty when the operation names no tap or succeeded.
+std::string TapRefusalHint(const Operation& op, const std::vector<Arg>& args,
+                           const Outcome& outcome);
 
 // "i:<n>" or "f:<x>", the same form the command line accepts.
 std::string FormatParamValue(const ParamValueArg& v);
@@ -199,6 +249,9 @@ std::string FormatParamValue(const ParamValueArg& v);
 std::string FormatText(const Operation& op, const Outcome& outcome);
 // One JSON object on one line, newline-terminated.
 std::string FormatJson(const Operation& op, const Outcome& outcome);
+// {"op":...,"error":...,"exitCode":...} on one line; op null when unknown.
+std::string ErrorJson(const Operation* op, std::string_view error,
+                      int exitCode);
 
 // JSON string literal (with the quotes) of arbitrary bytes. Bytes that are
 // not valid UTF-8 are written as \u00XX (their Latin-1 reading).
@@ -208,6 +261,9 @@ std::string JsonNumber(double v);
 
 // Full help text for --help.
 std::string UsageText();
+// Help of one operation or command: its usage line, what it does, and the
+// forms of its arguments.
+std::string OperationHelp(const Operation& op);
 // "lumx <Op> <arg> ..." for one operation.
 std::string UsageLine(const Operation& op);
 

@@ -3,9 +3,13 @@
 #include <android/binder_manager.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <thread>
 
+#include "common/thread_annotations.h"
 #include "wav_io.h"
 
 namespace lumx::cli {
@@ -14,9 +18,19 @@ using aidl::lumx::ILumx;
 
 namespace {
 
-// How long to look for the service before declaring the daemon absent.
-constexpr std::chrono::milliseconds kConnectTimeout{2000};
-constexpr useconds_t kConnectPollUs = 50 * 1000;
+constexpr std::chrono::milliseconds kConnectPoll{50};
+// A lookup that ends right at the deadline is still taken.
+constexpr std::chrono::milliseconds kConnectGrace{50};
+
+std::atomic<bool> gLookupAbandoned{false};
+
+// One lookup of the service, shared with the thread that makes it.
+struct Lookup {
+  lumx::Mutex mu;
+  std::condition_variable_any cv;
+  bool done GUARDED_BY(mu) = false;
+  ndk::SpAIBinder binder GUARDED_BY(mu);
+};
 
 // Upper bound of a SendAudio packet read from a file: one binder transaction
 // must carry it whole.
@@ -50,22 +64,66 @@ int8_t ByteArg(const Arg& arg, int8_t fallback) {
 
 std::string ServiceName() { return std::string(ILumx::descriptor) + "/default"; }
 
-std::shared_ptr<ILumx> ConnectToService(std::string* error) {
+// The lookup runs on a thread of its own: one attempt can block on a
+// service socket whose process does not answer (the host runtime waits
+// seconds for its greeting), and the caller is promised an answer within
+// its time-out whatever the lookup does.
+std::shared_ptr<ILumx> ConnectToService(int timeoutMs, std::string* error) {
   const std::string name = ServiceName();
-  const auto deadline = std::chrono::steady_clock::now() + kConnectTimeout;
-  for (;;) {
-    ndk::SpAIBinder binder(AServiceManager_checkService(name.c_str()));
-    if (binder.get() != nullptr) {
-      std::shared_ptr<ILumx> service = ILumx::fromBinder(binder);
-      if (!service) *error = "service " + name + " is not an ILumx";
-      return service;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  auto lookup = std::make_shared<Lookup>();
+  std::thread worker([lookup, name, deadline] {
+    for (;;) {
+      ndk::SpAIBinder binder(AServiceManager_checkService(name.c_str()));
+      const auto now = std::chrono::steady_clock::now();
+      if (binder.get() != nullptr || now >= deadline) {
+        lumx::MutexLock lock(&lookup->mu);
+        lookup->binder = std::move(binder);
+        lookup->done = true;
+        lookup->cv.notify_all();
+        return;
+      }
+      std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(kConnectPoll, deadline - now));
     }
-    if (std::chrono::steady_clock::now() >= deadline) {
-      *error = "cannot reach service " + name + " (is lumxd running?)";
-      return nullptr;
+  });
+  ndk::SpAIBinder binder;
+  bool done = false;
+  {
+    lumx::MutexLock lock(&lookup->mu);
+    while (!lookup->done) {
+      if (lookup->cv.wait_until(lookup->mu, deadline + kConnectGrace) == std::cv_status::timeout) break;
     }
-    usleep(kConnectPollUs);
+    done = lookup->done;
+    if (done) binder = lookup->binder;
   }
+  if (!done) {
+    // Stuck in one attempt: leave it behind; the process ends without
+    // waiting for it (see LookupAbandoned).
+    gLookupAbandoned = true;
+    worker.detach();
+  } else {
+    worker.join();
+  }
+  if (binder.get() == nullptr) {
+    *error = "cannot reach service " + name + " within " + std::to_string(timeoutMs) +
+             " ms (is lumxd running?)";
+    return nullptr;
+  }
+  std::shared_ptr<ILumx> service = ILumx::fromBinder(binder);
+  if (!service) *error = "service " + name + " is not an ILumx";
+  return service;
+}
+
+bool LookupAbandoned() { return gLookupAbandoned; }
+
+int ReportFailure(const CommandLine& cl, const Operation* op, const std::string& error, int exitCode) {
+  fprintf(stderr, "lumx: %s\n", error.c_str());
+  if (cl.json) {
+    const std::string json = ErrorJson(op, error, exitCode);
+    fwrite(json.data(), 1, json.size(), stdout);
+    fflush(stdout);
+  }
+  return exitCode;
 }
 
 Outcome ToOutcome(const ILumx::CommandResult& result) {
@@ -104,10 +162,7 @@ int RunCall(const CommandLine& cl) {
     int channels = 0;
     std::string error;
     int rc = LoadSamples(a[1].s, kMaxSendAudioBytes, &samples, &channels, &error);
-    if (rc != 0) {
-      fprintf(stderr, "lumx: SendAudio: %s\n", error.c_str());
-      return rc;
-    }
+    if (rc != 0) return ReportFailure(cl, &op, "SendAudio: " + error, rc);
     packet.processor_id = a[0].i;
     packet.data = SamplesToBytes(samples.data(), samples.size());
     packet.sampleRate = ByteArg(a[2], kRateCode48k);
@@ -118,11 +173,8 @@ int RunCall(const CommandLine& cl) {
   }
 
   std::string error;
-  std::shared_ptr<ILumx> lumx = ConnectToService(&error);
-  if (!lumx) {
-    fprintf(stderr, "lumx: %s\n", error.c_str());
-    return kExitUnavailable;
-  }
+  std::shared_ptr<ILumx> lumx = ConnectToService(cl.timeoutMs, &error);
+  if (!lumx) return ReportFailure(cl, &op, error, kExitUnavailable);
 
   ILumx::CommandResult result;
   ILumx::ParamValue paramOut;
@@ -235,8 +287,8 @@ int RunCall(const CommandLine& cl) {
     case OpId::kRegisterReceiveAudioCallback:
       status = lumx->RegisterReceiveAudioCallback(a[0].i, nullptr, &result);
       break;
-    case OpId::kRelay:
-      fprintf(stderr, "lumx: internal error: relay is not a single call\n");
+    default:
+      fprintf(stderr, "lumx: internal error: %s is not a single call\n", op.name);
       return kExitSoftware;
   }
 
@@ -244,9 +296,10 @@ int RunCall(const CommandLine& cl) {
   // answers with a successful binder status, so anything else means the
   // call did not complete (daemon died, or speaks another interface).
   if (!status.isOk()) {
-    fprintf(stderr, "lumx: %s: call to %s failed: %s\n", op.name,
-            ServiceName().c_str(), status.getDescription().c_str());
-    return kExitUnavailable;
+    return ReportFailure(cl, &op,
+                         std::string(op.name) + ": call to " + ServiceName() +
+                             " failed: " + status.getDescription(),
+                         kExitUnavailable);
   }
 
   Outcome outcome;
@@ -262,9 +315,11 @@ int RunCall(const CommandLine& cl) {
       outcome.values->push_back(ToParamValueArg(v));
     }
   }
+  outcome.hint = TapRefusalHint(op, a, outcome);
   const std::string text = cl.json ? FormatJson(op, outcome) : FormatText(op, outcome);
   fwrite(text.data(), 1, text.size(), stdout);
   fflush(stdout);
+  if (!cl.json && !outcome.hint.empty()) fprintf(stderr, "lumx: %s\n", outcome.hint.c_str());
   return ExitCodeForStatus(outcome.status);
 }
 

@@ -232,29 +232,29 @@ int RunRelay(const RelayOptions& options) {
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
   const std::string processorName = FourCCToString(options.processor);
+  // A session that cannot start says why, also as JSON when asked.
+  auto fail = [&options](const std::string& why, int rc) {
+    fprintf(stderr, "lumx: %s\n", why.c_str());
+    if (options.jsonStats) {
+      const std::string json = ErrorJson(&RelayOperation(), why, rc);
+      fwrite(json.data(), 1, json.size(), stdout);
+    }
+    return rc;
+  };
   std::string error;
   WavSource source;
   if (!options.play.empty()) {
     int rc = source.Open(options.play, &error);
-    if (rc != 0) {
-      fprintf(stderr, "lumx: relay: %s\n", error.c_str());
-      return rc;
-    }
+    if (rc != 0) return fail("relay: " + error, rc);
   }
   WavSink sink;
   if (!options.record.empty()) {
     int rc = sink.Create(options.record, &error);
-    if (rc != 0) {
-      fprintf(stderr, "lumx: relay: %s\n", error.c_str());
-      return rc;
-    }
+    if (rc != 0) return fail("relay: " + error, rc);
   }
 
-  std::shared_ptr<ILumx> lumx = ConnectToService(&error);
-  if (!lumx) {
-    fprintf(stderr, "lumx: %s\n", error.c_str());
-    return kExitUnavailable;
-  }
+  std::shared_ptr<ILumx> lumx = ConnectToService(options.timeoutMs, &error);
+  if (!lumx) return fail(error, kExitUnavailable);
   // Packets arrive as incoming calls, served by the pool.
   ABinderProcess_startThreadPool();
 
