@@ -84,7 +84,7 @@ TEST(LumxCliArgs, ParsersAcceptTheirFormsAndNothingElse) {
   CheckParser<bool>(ParseBool,
                     {{"1", true}, {"true", true}, {"TRUE", true}, {"on", true}, {"On", true}, {"0", false},
                      {"false", false}, {"False", false}, {"off", false}, {"OFF", false}},
-                    {"2", "yes", "", "-1", "truee"});
+                    {"2", "", "-1", "truee", "y"});
   CheckParser<int8_t>(ParseUseCase,
                       {{"mic_in", 1}, {"AREL_TELE", 3}, {"unspecified", -1}, {"-1", -1}, {"7", 7}},
                       {"MIC-IN", "128", "-129"});
@@ -122,11 +122,11 @@ TEST(LumxCliCommandLine, UsageErrorsAreOneLineNamingTheProblem) {
       {{"TapInfo", "2", "imic"}, "lumx TapInfo <core> <tap> <index>"},
       {{"TapInfo", "2", "abc", "0"}, "<tap> 'abc'"},
       {{"NewProcessor", "abcde"}, "<processor> 'abcde'"},
-      {{"ProcessorEnable", "pas1", "yes"}, ""}, {{"TapList", "two"}, ""}, {{"StartIo", "20", "21"}, ""},
-      {{"EnableUseCase", "MIC-IN", "1"}, ""}, {{"SetParameter", "arel", "BLOCK_LENGTH", "0", "960"}, ""},
+      {{"ProcessorEnable", "pas1", "yess"}, ""}, {{"TapList", "two"}, ""}, {{"StartIo", "20", "21"}, ""},
+      {{"EnableUseCase", "MIC-IN", "1"}, ""}, {{"SetParameter", "arel", "7", "0", "960"}, ""},
       {{"GetParameter", "arel", "BLOCK_LENGTH"}, ""}, {{"SetParameterBulk", "arel", "BLOCK_LENGTH:0"}, ""},
       {{"SetParameterBulk", "arel", "BLOCK_LENGTH=i:4"}, ""}, {{"SetParameterBulk", "arel", "BLOCK_LENGTH:x=i:4"}, ""},
-      {{"SetParameterBulk", "arel", "NOPE:0=i:4"}, ""}, {{"SetParameterBulk", "arel", "BLOCK_LENGTH:0=4"}, ""},
+      {{"SetParameterBulk", "arel", "NOPE:0=i:4"}, ""}, {{"SetParameterBulk", "arel", "UNSPECIFIED:0=4"}, ""},
       {{"GetParameterBulk", "arel", "BLOCK_LENGTH"}, ""}, {{"GetParameterBulk", "arel", "BLOCK_LENGTH:0=i:1"}, ""},
       {{"SendAudio", "art0", "in.wav", "256"}, ""}, {{"SendAudio", "art0"}, ""}, {{"relay"}, ""},
       {{"relay", "ar"}, ""}, {{"relay", "art0", "--record"}, ""}, {{"relay", "art0", "--seconds", "0"}, ""},
@@ -142,6 +142,121 @@ TEST(LumxCliCommandLine, UsageErrorsAreOneLineNamingTheProblem) {
     EXPECT_EQ(err.find('\n'), std::string::npos) << err;
     EXPECT_NE(err.find(needle), std::string::npos) << err;
   }
+}
+
+// What a parsed line asks for, written out: the command, its arguments as
+// they would go to the service (codes in hex), and the tool's options.
+std::string Describe(const CommandLine& cl) {
+  const char* modes[] = {"help", "call", "relay", "dump", "top", "graph", "version"};
+  std::string s = modes[static_cast<int>(cl.mode)];
+  if (cl.op) s += std::string(" ") + cl.op->name;
+  for (const Arg& a : cl.args) {
+    char buf[32];
+    if (a.kind == ArgKind::kCode) {
+      snprintf(buf, sizeof(buf), " 0x%08x", static_cast<uint32_t>(a.i));
+    } else if (a.kind == ArgKind::kBool) {
+      snprintf(buf, sizeof(buf), " %s", a.b ? "true" : "false");
+    } else if (a.kind == ArgKind::kParamValue) {
+      snprintf(buf, sizeof(buf), " %s", FormatParamValue(a.value).c_str());
+    } else if (a.kind == ArgKind::kString) {
+      snprintf(buf, sizeof(buf), " %s", a.s.c_str());
+    } else if (a.kind == ArgKind::kWords || a.kind == ArgKind::kSetPairs) {
+      buf[0] = '\0';
+      for (const std::string& w : a.words) s += " [" + w + "]";
+      for (const ParamValueArg& v : a.values) s += " =" + FormatParamValue(v);
+    } else {
+      snprintf(buf, sizeof(buf), " %d", a.i);
+    }
+    s += buf;
+  }
+  for (const std::string& w : cl.dumpArgs) s += " [" + w + "]";
+  if (cl.once) s += " once";
+  if (cl.mode == CommandLine::Mode::kGraph) {
+    s += std::string(cl.graph.dot ? " dot" : "") + " png=" + cl.graph.png + " svg=" + cl.graph.svg;
+  }
+  if (cl.json) s += " json";
+  if (cl.timeoutMs != 1000) s += " timeout=" + std::to_string(cl.timeoutMs);
+  return s;
+}
+
+// Each fix of the command line as one row: what is typed, and what it asks
+// for or which error it gets.
+TEST(LumxCliCommandLine, FixesOneRowEach) {
+  const std::pair<std::vector<std::string>, std::string> ok[] = {
+      // Taps as TapList and ShowGraph print them.
+      {{"TapInfo", "2", "imic.0"}, "call TapInfo 2 0x696d6963 0"},
+      {{"TapInfo", "2:imic.1"}, "call TapInfo 2 0x696d6963 1"},
+      {{"TapEnable", "4:vpul.1", "on"}, "call TapEnable 4 0x7670756c 1 true"},
+      {{"TapSetBlockLength", "4", "vpdl.0", "960"}, "call TapSetBlockLength 4 0x7670646c 0 960"},
+      {{"ConnectTap", "2:sspk.0", "21", "-1"}, "call ConnectTap 2 0x7373706b 0 21 -1"},
+      {{"TapInfo", "2", "1234.0"}, "call TapInfo 2 0x31323334 0"},
+      {{"TapInfo", "2", "0x4d2.7"}, "call TapInfo 2 0x000004d2 7"},
+      {{"TapInfo", "2", "ab.1.0"}, "call TapInfo 2 0x61622e31 0"},  // the index follows the last point
+      {{"TapInfo", "2", "ab.1", "3"}, "call TapInfo 2 0x61622e31 3"},  // four characters: a code
+      // Booleans.
+      {{"ProcessorEnable", "pas1", "YES"}, "call ProcessorEnable 0x70617331 true"},
+      {{"Enable", "mic_in", "no"}, "call Enable mic_in false"},
+      // Values of parameters whose type is known.
+      {{"SetParameter", "pas1", "BLOCK_LENGTH", "0", "960"}, "call SetParameter 0x70617331 3 0 i:960"},
+      {{"SetParameter", "pas1", "test_mode", "0", "yes"}, "call SetParameter 0x70617331 2 0 i:1"},
+      {{"SetParameter", "pas1", "PASSTHROUGH_MODE", "1", "Off"}, "call SetParameter 0x70617331 1 1 i:0"},
+      {{"SetParameter", "pas1", "VERSION", "0", "-3"}, "call SetParameter 0x70617331 0 0 i:-3"},
+      {{"SetParameter", "pas1", "BLOCK_LENGTH", "0", "f:960.5"}, "call SetParameter 0x70617331 3 0 f:960.5"},
+      {{"SetParameterBulk", "pas1", "BLOCK_LENGTH:0=480", "TEST_MODE:0=on", "7:0=i:2"},
+       "call SetParameterBulk 0x70617331 =i:480 =i:1 =i:2"},
+      // Options anywhere; -- ends them.
+      {{"ListProcessors", "--json"}, "call ListProcessors json"},
+      {{"Ping", "--timeout", "250"}, "call Ping timeout=250"},
+      {{"--timeout=0", "Ping"}, "call Ping timeout=0"},
+      {{"Debug", "buffer_dump", "--json"}, "call Debug [buffer_dump] json"},
+      {{"Debug", "--", "--json", "-h"}, "call Debug [--json] [-h]"},
+      // Help.
+      {{"help"}, "help"},
+      {{"--json", "--help"}, "help json"},
+      {{"help", "tapinfo"}, "help TapInfo"},
+      {{"TapInfo", "-h"}, "help TapInfo"},
+      // The tool's own commands.
+      {{"dump"}, "dump dump"},
+      {{"dump", "--reset", "--json", "extra"}, "dump dump [--reset] [extra] [--json] json"},
+      {{"top", "--once"}, "top top once"},
+      {{"graph"}, "graph graph dot png= svg="},
+      {{"graph", "--png", "g.png", "--svg=g.svg"}, "graph graph png=g.png svg=g.svg"},
+      {{"Graph", "--dot", "--png=g.png"}, "graph graph dot png=g.png svg="},
+      {{"version", "--json"}, "version version json"},
+  };
+  for (const auto& [words, want] : ok) EXPECT_EQ(Describe(MustParse(words)), want) << words[0];
+
+  const std::pair<std::vector<std::string>, std::string> refused[] = {
+      {{"TapInfo", "2", "abc.0"}, "<tap> 'abc': a code is exactly four characters"},
+      {{"TapInfo", "imic.0"}, "<core> 'imic.0': expected an integer (a tap is <core> <tap> <index>, "
+                              "<core> <tap>.<index> or <core>:<tap>.<index>)"},
+      {{"TapInfo", "2", "ab.1"}, "missing <index>"},
+      {{"SetParameter", "pas1", "7", "0", "1"},
+       "the type of parameter 7 is not known: write i:<integer> or f:<float>"},
+      {{"SetParameter", "pas1", "BLOCK_LENGTH", "0", "960.5"},
+       "BLOCK_LENGTH is an integer: expected an integer, or f:960.5 to send a float anyway"},
+      {{"Ping", "--timeout", "-1"}, "--timeout '-1': expected milliseconds from 0 to 600000"},
+      {{"Ping", "--timeout"}, "--timeout needs a value"},
+      {{"ListProcessors", "--jsno"}, "ListProcessors: unknown option '--jsno'"},
+      {{"help", "nope"}, "help: unknown operation 'nope'"},
+      {{"top", "--fast"}, "top: unexpected argument '--fast'"},
+      {{"graph", "--png"}, "graph: --png needs a value"},
+      {{"version", "2"}, "version: unexpected argument '2'"},
+  };
+  for (const auto& [words, needle] : refused) {
+    CommandLine cl;
+    std::string err;
+    EXPECT_FALSE(ParseCommandLine(words, &cl, &err)) << words[0];
+    EXPECT_NE(err.find(needle), std::string::npos) << err;
+    EXPECT_FALSE(cl.showUsage) << words[0];
+  }
+  // A line without a command asks for the whole usage; --json is known
+  // even when the line is refused.
+  CommandLine cl;
+  std::string err;
+  EXPECT_FALSE(ParseCommandLine({"--json"}, &cl, &err));
+  EXPECT_TRUE(cl.showUsage && cl.json);
+  EXPECT_EQ(ErrorJson(nullptr, "a \"b\"", 64), "{\"op\":null,\"error\":\"a \\\"b\\\"\",\"exitCode\":64}\n");
 }
 
 TEST(LumxCliCommandLine, HelpAndRelay) {

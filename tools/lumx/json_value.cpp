@@ -41,7 +41,7 @@ class JsonReader {
   }
 
   bool Value(JsonValue* v, int depth) {
-    if (depth > kMaxDepth) return Fail("nesting too deep");
+    if (depth >= kMaxDepth) return Fail("nesting too deep");
     Space();
     if (k_ >= s_.size()) return Fail("unexpected end");
     switch (s_[k_]) {
