@@ -6,7 +6,9 @@
 #include <android/binder_process.h>
 #include <signal.h>
 #include <sndfile.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 
 #include <gtest/gtest.h>
@@ -19,6 +21,7 @@
 #include <vector>
 
 #include "common/thread_annotations.h"
+#include "common/unique_fd.h"
 #include "support/daemon_process.h"
 #include "support/daemon_test_util.h"
 
@@ -73,6 +76,8 @@ struct Canned {
   std::vector<ParamValue> values;
   // Non-OK: the call fails in transport with this status (no reply).
   binder_status_t transportError = STATUS_OK;
+  // What the service's dump writes.
+  std::string dump;
 };
 
 // Records every call as "Name(arg, arg)" and answers from the canned reply.
@@ -108,6 +113,18 @@ class FakeLumx : public aidl::lumx::BnLumx {
       if (cv_.wait_until(mu_, deadline) == std::cv_status::timeout) return false;
     }
     return true;
+  }
+
+  binder_status_t dump(int fd, const char** args, uint32_t numArgs) override {
+    std::string call = "dump(", text;
+    for (uint32_t k = 0; k < numArgs; ++k) call += std::string(k ? ", " : "") + args[k];
+    {
+      lumx::MutexLock lock(&mu_);
+      seen_.calls.push_back(call + ")");
+      text = canned_.dump;
+    }
+    cv_.notify_all();
+    return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? STATUS_OK : STATUS_UNKNOWN_ERROR;
   }
 
   ndk::ScopedAStatus Ping() override {
@@ -255,8 +272,9 @@ class LumxToolTest : public ::testing::Test {
 
   bool Start(lumx_test::Subprocess* p, const std::vector<std::string>& args,
              const std::string& binderDir = BinderDir()) {
-    return p->Start(lumx_test::BuildBinary(tool_), args, {{"LUMX_BINDER_DIR", binderDir}}, Path("out"),
-                    Path("err"));
+    std::vector<std::pair<std::string, std::string>> env = extraEnv_;
+    env.emplace_back("LUMX_BINDER_DIR", binderDir);
+    return p->Start(lumx_test::BuildBinary(tool_), args, env, Path("out"), Path("err"));
   }
   // Waits for the child (killing it if it hangs) and collects its output.
   RunResult Finish(lumx_test::Subprocess* p) {
@@ -280,7 +298,20 @@ class LumxToolTest : public ::testing::Test {
 
   lumx_test::TempDir files_{"lumx-tool-files"};
   std::string tool_ = "tools/lumx/lumx";
+  std::vector<std::pair<std::string, std::string>> extraEnv_;
 };
+
+bool DotInstalled() {
+  std::string path = getenv("PATH") ? getenv("PATH") : "";
+  for (size_t from = 0; from <= path.size();) {
+    size_t colon = path.find(':', from);
+    std::string dir = path.substr(from, colon == std::string::npos ? std::string::npos : colon - from);
+    if (access((dir + "/dot").c_str(), X_OK) == 0) return true;
+    if (colon == std::string::npos) break;
+    from = colon + 1;
+  }
+  return false;
+}
 
 void WriteWav(const std::string& path, const std::vector<int16_t>& samples, int channels, int rate = 48000) {
   SF_INFO info{};
@@ -336,7 +367,11 @@ TEST_F(LumxToolTest, EveryOperationReceivesItsArgumentsInOrder) {
       {{"ConnectTap", "2", "imic", "0", "20", "21"}, "ConnectTap(2, 0x696d6963, 0, 20, 21)"},
       {{"StartIo", "20"}, "StartIo(20)"}, {{"StopIo", "0x15"}, "StopIo(21)"}, {{"Debug"}, "Debug([])"},
       // Words after Debug go through as typed, options included.
-      {{"Debug", "buffer_dump", "tapout", "-1", "--json", "HELP"}, "Debug([buffer_dump tapout -1 --json HELP])"},
+      {{"Debug", "buffer_dump", "tapout", "-1", "--", "--json", "HELP"}, "Debug([buffer_dump tapout -1 --json HELP])"},
+      // Taps as TapList prints them.
+      {{"ConnectTap", "2:imic.0", "20", "21"}, "ConnectTap(2, 0x696d6963, 0, 20, 21)"},
+      {{"TapSetBlockLength", "4", "vpdl.0", "960"}, "TapSetBlockLength(4, 0x7670646c, 0, 960)"},
+      {{"SetParameter", "pas1", "block_length", "0", "480"}, "SetParameter(0x70617331, 3, 0, i:480)"},
       {{"EnableUseCase", "mic_in", "1"}, "EnableUseCase(1, 1)"},
       {{"EnableUseCase", "unspecified", "0"}, "EnableUseCase(-1, 0)"},
       {{"IsUseCaseEnabled", "AREL_TELE"}, "IsUseCaseEnabled(3)"},
@@ -436,8 +471,8 @@ TEST_F(LumxToolTest, SendAudioCarriesTheFileAndCodes) {
 
 TEST_F(LumxToolTest, UsageErrorsExit64WithoutCallingTheDaemon) {
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-           {}, {"NoSuchOperation"}, {"TapInfo", "2", "abc", "0"}, {"Ping", "extra"},
-           {"SetParameter", "pas1", "VERSION", "0", "1"}, {"relay"}}) {
+           {"NoSuchOperation"}, {"TapInfo", "2", "abc", "0"}, {"Ping", "extra"},
+           {"SetParameter", "pas1", "7", "0", "1"}, {"relay"}}) {
     RunResult r = Run(args);
     EXPECT_EQ(r.exitCode, 64) << (args.empty() ? "" : args[0]);
     EXPECT_EQ(r.out, "");
@@ -447,9 +482,38 @@ TEST_F(LumxToolTest, UsageErrorsExit64WithoutCallingTheDaemon) {
   }
   EXPECT_TRUE(fake().Got().calls.empty());
 
-  RunResult help = Run({"--help"});
-  EXPECT_EQ(help.exitCode, 0);
-  EXPECT_NE(help.out.find("relay <processor>"), std::string::npos);
+  // Help, asked for in any of its forms, exits 0; a bare lumx shows the
+  // usage as its error.
+  const struct {
+    std::vector<std::string> args;
+    int exitCode;
+    std::string out, err;
+  } help[] = {
+      {{"--help"}, 0, "usage: lumx [options] <operation> [arguments...]\n", ""},
+      {{"help"}, 0, "usage: lumx [options] <operation> [arguments...]\n", ""},
+      {{"help", "tapinfo"}, 0, "usage: lumx TapInfo <core> <tap> <index>\n  describe a tap\n", ""},
+      {{"TapInfo", "--help"}, 0, "usage: lumx TapInfo <core> <tap> <index>\n  describe a tap\n", ""},
+      {{}, 64, "", "lumx: no operation given (see lumx help)\nusage: lumx [options] <operation>"},
+      // With --json every refusal is one object on stdout.
+      {{"--json"}, 64, "{\"op\":null,\"error\":\"no operation given (see lumx help)\",\"exitCode\":64}\n", ""},
+      {{"nosuch", "--json"}, 64,
+       "{\"op\":null,\"error\":\"unknown operation 'nosuch' (see lumx help)\",\"exitCode\":64}\n", ""},
+      {{"TapInfo", "2", "imic", "--json"}, 64,
+       "{\"op\":\"TapInfo\",\"error\":\"TapInfo: missing <index> (usage: lumx TapInfo <core> <tap> <index>) (a tap "
+       "is <core> <tap> <index>, <core> <tap>.<index> or <core>:<tap>.<index>)\",\"exitCode\":64}\n",
+       ""},
+  };
+  for (const auto& h : help) {
+    RunResult r = Run(h.args);
+    EXPECT_EQ(r.exitCode, h.exitCode) << r.err;
+    if (h.exitCode == 0) {
+      EXPECT_EQ(r.out.rfind(h.out, 0), 0u) << r.out;
+    } else {
+      EXPECT_EQ(r.out, h.out);
+    }
+    EXPECT_EQ(r.err.rfind(h.err, 0), 0u) << r.err;
+  }
+  EXPECT_TRUE(fake().Got().calls.empty());
 }
 
 TEST_F(LumxToolTest, FailedOrUnreachableDaemonExits69) {
@@ -466,6 +530,126 @@ TEST_F(LumxToolTest, FailedOrUnreachableDaemonExits69) {
     EXPECT_NE(r.err.find("lumx.ILumx/default"), std::string::npos) << r.err;
     EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
   }
+  const std::string json =
+      "{\"op\":\"ListProcessors\",\"error\":\"cannot reach service lumx.ILumx/default within 300 ms (is lumxd "
+      "running?)\",\"exitCode\":69}\n";
+  RunResult r = Run({"ListProcessors", "--timeout", "300", "--json"}, empty);
+  EXPECT_EQ(r.exitCode, 69);
+  EXPECT_EQ(r.out, json);
+  r = Run({"--json", "ListProcessors"});
+  EXPECT_EQ(r.exitCode, 69);
+  EXPECT_EQ(r.out.rfind("{\"op\":\"ListProcessors\",\"error\":\"ListProcessors: call to lumx.ILumx/default failed: ", 0),
+            0u)
+      << r.out;
+
+  // A service socket that accepts but never greets: the lookup is left
+  // behind at the time-out and the tool still ends with its answer.
+  std::string stuck = Path("stuck");
+  ASSERT_EQ(mkdir(stuck.c_str(), 0700), 0);
+  const std::string socketPath = stuck + "/lumx.ILumx%2Fdefault";  // "/" is written %2F
+  lumx::unique_fd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", socketPath.c_str());
+  ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0) << socketPath;
+  ASSERT_EQ(listen(listener.get(), 4), 0);
+  r = Run({"ListProcessors", "--timeout", "300", "--json"}, stuck);
+  EXPECT_EQ(r.exitCode, 69);
+  EXPECT_EQ(r.out, json);
+}
+
+TEST_F(LumxToolTest, VersionAndRefusedTaps) {
+  // The hash of the frozen interface, aidl_api/lumx/2/.hash.
+  const std::string hash = "21cfb57dc7bc99ea662ae356916bbebc3297cafa";
+  RunResult r = Run({"version"});
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, "lumxd: interface version 2, hash " + hash + "\nlumx:  interface version 2, hash " + hash + "\n");
+  r = Run({"--json", "version"});
+  EXPECT_EQ(r.out, "{\"op\":\"version\",\"service\":{\"version\":2,\"hash\":\"" + hash +
+                       "\"},\"tool\":{\"version\":2,\"hash\":\"" + hash + "\"}}\n");
+
+  // A tap the DSP refuses: the answer as it is, and on stderr how the code
+  // was read and the rule for codes.
+  const std::string rule =
+      "a word of exactly four characters is the code's text (1234 is the text \"1234\"); 0x<hex> or any other "
+      "all-digit word is a number (0x4d2, 01234)";
+  fake().SetCanned({1, 0, {"TapInfo core:2 tap:1234.0", "CMD_LUMX_TAP_INFO_ID failed, status -2"}});
+  r = Run({"TapInfo", "2", "1234.0"});
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.out, "TapInfo core:2 tap:1234.0\nCMD_LUMX_TAP_INFO_ID failed, status -2\n");
+  EXPECT_EQ(r.err, "lumx: tap 2:1234.0 was sent as code 0x31323334 (the text \"1234\"); " + rule + "\n");
+  r = Run({"--json", "TapEnable", "2:0x4d2.1", "yes"});
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_NE(r.out.find(",\"hint\":\"tap 2:0x000004d2.1 was sent as code 0x000004d2; a word of"), std::string::npos)
+      << r.out;
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(fake().Got().calls,
+            (std::vector<std::string>{"TapInfo(2, 0x31323334, 0)", "TapEnable(2, 0x000004d2, 1, 1)"}));
+}
+
+TEST_F(LumxToolTest, GraphIsReadFromTheListingsAndDrawnByDot) {
+  fake().SetCanned({0, 0, {"title", "  none"}});
+  RunResult r = Run({"graph"});
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, lumx_test::ReadFileText(std::string(LUMX_SOURCE_DIR) + "/tests/tools/golden/graph_none.dot"));
+  EXPECT_EQ(fake().Got().calls, (std::vector<std::string>{"ListProcessors()", "ListTapOutBuffers()",
+                                                      "ListInjectBuffers()", "TapList(2)", "TapList(3)",
+                                                      "TapList(4)"}));
+  // Pictures go where they are asked for; a directory that does not exist
+  // or a missing dot is refused, and no file is left behind.
+  EXPECT_EQ(Run({"graph", "--png", Path("no/such/dir/g.png")}).exitCode, 73);
+  extraEnv_ = {{"PATH", Path("empty-path")}};
+  r = Run({"graph", "--svg", Path("g.svg")});
+  extraEnv_.clear();
+  EXPECT_EQ(r.exitCode, 69);
+  EXPECT_EQ(r.err, "lumx: graph: Graphviz's dot is not installed (Debian package graphviz)\n");
+  EXPECT_NE(access(Path("g.svg").c_str(), F_OK), 0);
+  if (!DotInstalled()) GTEST_SKIP() << "Graphviz's dot is not installed: no picture drawn";
+  r = Run({"graph", "--png", Path("g.png"), "--svg", Path("g.svg")});
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err, "lumx: graph drawn into " + Path("g.png") + "\nlumx: graph drawn into " + Path("g.svg") + "\n");
+  EXPECT_EQ(lumx_test::ReadFileText(Path("g.png")).substr(0, 8), "\x89PNG\r\n\x1a\n");
+  EXPECT_NE(lumx_test::ReadFileText(Path("g.svg")).find("<svg"), std::string::npos);
+}
+
+// The dump travels only where the host runtime carries the dump
+// transaction to a remote service; until then these checks are skipped.
+TEST_F(LumxToolTest, DumpAndTopAskTheServiceForItsDump) {
+  const std::string dump =
+      "{\"interface\":{\"version\":2,\"hash\":\"h\"},\"uptime_s\":5.000,\"wake_lock\":{\"held\":false},"
+      "\"control\":{\"open\":true,\"commands\":3},\"tapout_buffers\":[{\"id\":20,\"name\":\"tapout20\","
+      "\"enabled\":true,\"running\":true,\"tap\":\"2:imic.0\",\"outputs\":[\"pas1\"],\"format\":null,"
+      "\"packets\":7}],\"inject_buffers\":[],\"processors\":[]}\n";
+  Canned canned;
+  canned.dump = dump;
+  fake().SetCanned(canned);
+  RunResult r = Run({"dump", "--reset", "--bogus"});
+  if (r.exitCode == 69 && r.err.find("answered no dump") != std::string::npos) {
+    GTEST_SKIP() << "the host binder runtime carries no dump to a remote service: " << r.err;
+  }
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, dump);
+  r = Run({"--json", "dump"});
+  EXPECT_EQ(r.out, dump);
+  r = Run({"top", "--once"});
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.out.find("\nR   20 tapout20   2:imic.0"), std::string::npos) << r.out;
+  r = Run({"top", "--once", "--json"});
+  EXPECT_EQ(r.out.rfind("{\"op\":\"top\",\"uptime_s\":5,\"streams\":[{\"state\":\"I\",\"id\":20,", 0), 0u) << r.out;
+  EXPECT_EQ(fake().Got().calls, (std::vector<std::string>{"dump(--reset, --bogus)", "dump(--json)", "dump(--json)",
+                                                      "dump(--json)", "dump(--json)", "dump(--json)"}));
+  // A service that writes nothing, or no lumxd dump, is an error.
+  canned.dump = "";
+  fake().SetCanned(canned);
+  r = Run({"dump"});
+  EXPECT_EQ(r.exitCode, 69);
+  EXPECT_EQ(r.err, "lumx: dump: the service wrote nothing\n");
+  canned.dump = "lumxd\n";
+  fake().SetCanned(canned);
+  r = Run({"top", "--once"});
+  EXPECT_EQ(r.exitCode, 69);
+  EXPECT_EQ(r.err.rfind("lumx: dump: the dump is not JSON", 0), 0u) << r.err;
 }
 
 TEST_F(LumxToolTest, RelayRecordsPlaysAndDetaches) {
