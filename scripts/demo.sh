@@ -6,19 +6,24 @@
 #
 # Environment: LUMX_DEMO_SECONDS (streaming time per step, default 3);
 # LUMX_DEMO_KEEP=DIR keeps the relay's recording, the statistics and both
-# logs in DIR.
+# logs in DIR; LUMX_DEMO_GRAPH=FILE is where the graph picture goes (default
+# BUILD_DIR/lumx-graph.png; .svg for an SVG).
 #
 # It switches MIC_IN on and shows the graph, the buffers and the processors,
 # streams for a few seconds and prints what the simulated DSP saw coming back
 # (packets, gaps, round-trip latency), switches to SPEAKER_OUT, then runs the
-# telephony use case (AREL_TELE) with a relay client recording art0's audio,
-# switches everything off and stops both processes. Nothing outside the
-# temporary directory is touched; it is removed on any exit. Exit status 0
-# when every step answered OK and audio came back on every path.
+# telephony use case (AREL_TELE) with a relay client recording art0's audio.
+# With MIC_IN on beside AREL_TELE it shows `lumx top --once` and draws the
+# connection graph with Graphviz, then switches everything off, stops both
+# processes and ends by saying where the picture is. Nothing outside the
+# temporary directory is touched but the picture; the directory is removed on
+# any exit. Exit status 0 when every step answered OK and audio came back on
+# every path.
 set -euo pipefail
 
 BUILD_DIR="${1:-${LUMX_BUILD_DIR:-build/release}}"
 STREAM_SECONDS="${LUMX_DEMO_SECONDS:-3}"
+GRAPH_FILE="${LUMX_DEMO_GRAPH:-$BUILD_DIR/lumx-graph.png}"
 LUMXD="$BUILD_DIR/lumxd"
 LUMX="$BUILD_DIR/tools/lumx/lumx"
 DSPSIM="$BUILD_DIR/tools/lumx-dspsim/lumx-dspsim"
@@ -193,7 +198,30 @@ dump_stats
 report_inject 40
 SUMMARY+=("$(printf '%-12s exit %s, %s bytes of WAV recorded' "relay art0" "$relay_rc" "$relay_bytes")")
 
+section "MIC_IN beside AREL_TELE: lumx top and the connection graph"
+lumx Enable mic_in 1
+sleep 1
+# top reads the daemon's dump; a daemon built without one cannot answer it.
+printf '$ lumx top --once\n'
+top_rc=0
+top_out="$("$LUMX" top --once 2>&1)" || top_rc=$?
+[[ -z "$top_out" ]] || sed 's/^/  /' <<<"$top_out"
+if [[ $top_rc -ne 0 && "$top_out" != *"answered no dump"* ]]; then
+  FAILURES+=("lumx top --once -> exit $top_rc")
+fi
+GRAPH_NOTE=""
+if command -v dot >/dev/null 2>&1; then
+  graph_format=png
+  [[ "$GRAPH_FILE" == *.svg ]] && graph_format=svg
+  lumx graph "--$graph_format" "$GRAPH_FILE"
+  [[ -s "$GRAPH_FILE" ]] && GRAPH_NOTE="$(cd "$(dirname "$GRAPH_FILE")" && pwd)/$(basename "$GRAPH_FILE")"
+else
+  echo "  Graphviz's dot is not installed (scripts/install-deps.sh installs it): no picture"
+  lumx graph --dot
+fi
+
 section "Switching everything off"
+lumx Enable mic_in 0
 lumx Enable arel_tele 0
 lumx IsEnabled arel_tele
 lumx ShowGraph
@@ -217,6 +245,9 @@ fi
 
 section "Summary"
 for line in "${SUMMARY[@]}"; do echo "  $line"; done
+if [[ -n "$GRAPH_NOTE" ]]; then
+  echo "  connection graph (MIC_IN and AREL_TELE): $GRAPH_NOTE"
+fi
 if [[ ${#FAILURES[@]} -eq 0 ]]; then
   echo "  all steps OK: audio went DSP -> lumxd -> DSP on every path"
   exit 0

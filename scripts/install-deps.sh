@@ -4,7 +4,7 @@
 set -euo pipefail
 
 # GCC is what a plain "cmake -S . -B build" picks on Debian; the presets use
-# clang (sanitizers, libFuzzer).
+# clang (sanitizers, libFuzzer). Graphviz draws `lumx graph --png/--svg`.
 PACKAGES=(
   cmake ninja-build pkg-config
   gcc g++
@@ -12,6 +12,7 @@ PACKAGES=(
   libevent-dev libsndfile1-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   python3 procps
+  graphviz
 )
 
 missing=()
