@@ -12,6 +12,7 @@ that does not compile is dropped (unviable) and does not count.
     scripts/mutate.py --files buffer/lumx_buffer_io.cpp --sample 0   all of one file
     scripts/mutate.py --list                   print the sample, build nothing
     scripts/mutate.py --json-out FILE          also write the results as JSON
+    scripts/mutate.py --minutes 50             start no mutant after 50 minutes
 
 Score = (killed + timed out) / (killed + timed out + survived).
 
@@ -42,9 +43,9 @@ TESTS = {
     "processors": ["lumx_processor_tests"],
     "common": ["lumx_common_tests", "lumx_buffer_tests", "lumx_service_tests"],
 }
-# Tests that drive whole processes share ports of nothing, but they do start
-# lumxd: the daemon binary is rebuilt with each mutant as well.
-EXTRA_TARGETS = ["lumxd"]
+# The daemon's tests start lumxd itself: for a mutant there, the daemon binary
+# is rebuilt as well.
+EXTRA_TARGETS = {"daemon": ["lumxd"]}
 
 # ---------------------------------------------------------------- lexing
 
@@ -283,17 +284,20 @@ def main():
                     help="test time limit as a multiple of the unmutated run (at least 30 s)")
     ap.add_argument("--list", action="store_true", help="print the sampled mutants and stop")
     ap.add_argument("--json-out")
+    ap.add_argument("--minutes", type=float, default=0,
+                    help="start no mutant after this many minutes (0 = no limit)")
     args = ap.parse_args()
 
     files = all_files(args.files)
     candidates = [m for f in files for m in mutants_of_file(f)]
     rng = random.Random(args.seed)
     sample = candidates if args.sample == 0 or args.sample >= len(candidates) else rng.sample(candidates, args.sample)
-    sample.sort(key=lambda m: (m["file"], m["line"], m["op"], m["after"]))
+    # Run in the sampled (random) order, so a run cut short by --minutes is
+    # still a random subset of the sample.
     print(f"mutate: {len(candidates)} candidate mutants in {len(files)} files; "
           f"running {len(sample)} (seed {args.seed})", flush=True)
     if args.list:
-        for m in sample:
+        for m in sorted(sample, key=lambda m: (m["file"], m["line"], m["op"], m["after"])):
             print(f"  {m['file']}:{m['line']} [{m['op']}] {m['after'].strip()}")
         return 0
 
@@ -301,7 +305,8 @@ def main():
     configure(build_dir)
     folders = sorted({m["file"].split("/")[0] for m in sample})
     binaries = {f: TESTS[f] for f in folders}
-    targets = sorted({b for bs in binaries.values() for b in bs} | set(EXTRA_TARGETS))
+    targets = sorted({b for bs in binaries.values() for b in bs} |
+                     {t for f in folders for t in EXTRA_TARGETS.get(f, [])})
     rc, out = build(build_dir, targets, timeout=3600)
     if rc != 0:
         sys.exit("mutate: the unmutated tree does not build\n" + out[-4000:])
@@ -334,10 +339,14 @@ def main():
     start = time.monotonic()
     try:
         for i, m in enumerate(sample, 1):
+            if args.minutes and time.monotonic() - start > 60 * args.minutes:
+                print(f"mutate: --minutes {args.minutes:g} spent; {len(sample) - i + 1} mutants not run",
+                      flush=True)
+                break
             folder = m["file"].split("/")[0]
             tree.apply(m)
             try:
-                rc, _ = build(build_dir, sorted(set(binaries[folder]) | set(EXTRA_TARGETS)), timeout=900)
+                rc, _ = build(build_dir, sorted(set(binaries[folder]) | set(EXTRA_TARGETS.get(folder, []))), timeout=900)
                 verdict, by = ("unviable", "") if rc != 0 else run_tests(build_dir, binaries[folder],
                                                                            limits[folder])
             finally:
@@ -364,7 +373,8 @@ def main():
     viable = killed + survived + timeout
     score = 100.0 * (killed + timeout) / viable if viable else 0.0
     print(f"\nscore {score:.1f} % ({killed} killed, {timeout} timed out, {survived} survived, "
-          f"{unviable} unviable; seed {args.seed}, sample {len(sample)}, {elapsed / 60:.1f} min)")
+          f"{unviable} unviable; seed {args.seed}, sample {len(sample)}, ran {len(results)}, "
+          f"{elapsed / 60:.1f} min)")
     if survived:
         print("\nsurviving mutants:")
         for r in results:
