@@ -59,7 +59,7 @@ TEST(DspsimTapTable, ParsesFieldsOptionsAndComments) {
   ASSERT_TRUE(
       ParseTapTable("# comment\n\n"
                     "3 abcd.7 16000 960 2 24 enabled=1 extra=9 tapout=12 inject=none "
-                    "tone=440 # trailing\n"
+                    "tone=440 phase=59999 # trailing\n"
                     "2 imic.0 48000 480 1 16\n",
                     &t, &err))
       << err;
@@ -76,7 +76,9 @@ TEST(DspsimTapTable, ParsesFieldsOptionsAndComments) {
   EXPECT_EQ(t[0].tapOut, 12);
   EXPECT_EQ(t[0].inject, kNoBuffer);
   EXPECT_DOUBLE_EQ(t[0].toneHz, 440.0);
+  EXPECT_EQ(t[0].phaseUs, 59999);
   EXPECT_FALSE(t[1].enabled);
+  EXPECT_EQ(t[1].phaseUs, -1) << "no phase: blocks count from the stream's start";
 
   std::vector<TapEntry> again;
   ASSERT_TRUE(ParseTapTable(FormatTapTable(t), &again, &err)) << err;
@@ -84,6 +86,8 @@ TEST(DspsimTapTable, ParsesFieldsOptionsAndComments) {
   EXPECT_EQ(again[0].tapOut, 12);
   EXPECT_EQ(again[0].extra, 9);
   EXPECT_DOUBLE_EQ(again[0].toneHz, 440.0);
+  EXPECT_EQ(again[0].phaseUs, 59999);
+  EXPECT_EQ(again[1].phaseUs, -1);
 }
 
 TEST(DspsimTapTable, RejectsBadLinesNamingTheLine) {
@@ -102,6 +106,9 @@ TEST(DspsimTapTable, RejectsBadLinesNamingTheLine) {
       {"256 imic.0 48000 480 1 16\n", "core"},
       {"2 imic.0 48000 480 1 16 colour=red\n", "bad option"},
       {"2 imic.0 48000 480 1 16 tapout=255\n", "bad option"},
+      {"2 imic.0 48000 480 1 16 phase=-1\n", "bad option"},
+      {"2 imic.0 48000 480 1 16 phase=10000\n", "block period"},
+      {"3 abcd.7 16000 960 2 24 phase=60000\n", "block period"},
       {"2 imic.0 48000 480 1 16\n2 imic.0 48000 480 1 16\n", "duplicate"},
       {"2 imic.0 48000 480 1 16 tapout=3\n2 imic.1 48000 480 1 16 tapout=3\n", "bound twice"},
       {"# nothing\n", "no taps"},

@@ -6,7 +6,9 @@
 #include <sndfile.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -93,6 +95,10 @@ TEST_F(DspsimStream, SourcePacketsAreWellFormedAndLoopBackWithLatency) {
   EXPECT_EQ(in.latencyUs.count(), 20u);
   EXPECT_GE(in.latencyUs.max(), in.latencyUs.Quantile(0.99));
   EXPECT_GE(in.latencyUs.Quantile(0.99), in.latencyUs.Quantile(0.5));
+  EXPECT_EQ(in.windowLatencyUs.count(), 20u) << "before the first document the window is the run";
+  sim_->sim().RequestStats();
+  ASSERT_TRUE(WaitFor([&] { return Stats().injects[20].windowLatencyUs.count() == 0; }));
+  EXPECT_EQ(Stats().injects[20].latencyUs.count(), 20u) << "a document keeps the run's figures";
 }
 
 TEST_F(DspsimStream, TwoChannelPayloadHoldsChannelBlocksPerFrame) {
@@ -142,6 +148,29 @@ TEST_F(DspsimStream, BlockLengthChangeResizesPacketsWithoutAGap) {
   ASSERT_TRUE(reader.Next(kWaitMs, &p));
   EXPECT_EQ(p.header.payloadSize, 9600u);
   EXPECT_EQ(p.header.packetNum, last + 1);
+}
+
+TEST_F(DspsimStream, PhasedTapsKeepTheirOffsetWhenStartedTogether) {
+  // 10 ms blocks due 0 and 5 ms after each whole 10 ms: packets of one number
+  // leave 5 ms apart (either way round, mod 10 ms). Counting blocks from the
+  // streams' common start would send them together.
+  StartSim("2 imic.0 48000 480 1 16 enabled=1 tapout=20 phase=0\n"
+           "2 imic.1 48000 480 1 16 enabled=1 tapout=21 phase=5000\n");
+  TapOutReader readers[2];
+  ASSERT_TRUE(readers[0].Open(dir_.File("zch-lumx_tapout20")));
+  ASSERT_TRUE(readers[1].Open(dir_.File("zch-lumx_tapout21")));
+  std::map<uint32_t, int64_t> sent[2];
+  for (int i = 0; i < 2; ++i) {
+    for (const ReadPacket& p : ReadSome(&readers[i], 30)) sent[i][p.header.packetNum] = static_cast<int64_t>(p.header.opaque);
+  }
+  std::vector<int64_t> apart;
+  for (const auto& [num, stamp] : sent[0]) {
+    auto other = sent[1].find(num);
+    if (other != sent[1].end()) apart.push_back(((other->second - stamp) % 10000000 + 10000000) % 10000000);
+  }
+  ASSERT_GE(apart.size(), 15u);
+  std::nth_element(apart.begin(), apart.begin() + apart.size() / 2, apart.end());
+  EXPECT_NEAR(apart[apart.size() / 2], 5000000, 2500000);
 }
 
 TEST_F(DspsimStream, UnreadNodeDropsPacketsQuietlyUntilOpened) {

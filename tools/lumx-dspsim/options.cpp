@@ -249,7 +249,10 @@ Tap table file (--taps): one tap per line, '#' starts a comment:
   e.g.  2 imic.0 48000 480 1 16 enabled=1 tapout=20 inject=20
   RATE in Hz (integer), BLOCK a multiple of 480 whose payload fits 65472
   bytes, CHANNELS 1..8, BITS 16, 24 or 32; keys: enabled=0|1, extra=N
-  (identifier byte 7), tapout=ID|none, inject=ID|none, tone=HZ. Taps are
+  (identifier byte 7), tapout=ID|none, inject=ID|none, tone=HZ, phase=US
+  (blocks due US microseconds after each whole block period on
+  CLOCK_MONOTONIC, below one period: phased taps keep a fixed offset from
+  each other; without it blocks count from the stream's start). Taps are
   listed per core in file order.
 
 Statistics: one JSON document per dump, written on SIGUSR1 and at exit (to a
@@ -257,8 +260,10 @@ file: replaced whole each time; to standard output: one line per dump) with
 "final", "elapsed_s", "streams" (per node: tap-out packets_sent, bytes_sent,
 dropped_no_reader, dropped_busy, overruns, faults_injected; inject
 packets_received, bytes_received, gaps, lost_packets, errors and their kinds,
-unstamped, latency_us {count, p50, p99, max}), "commands" (per opcode: count,
-statuses {status: replies}, dropped) and "faults".
+unstamped, latency_us {count, p50, p99, max} over the run and
+window_latency_us, the same over the "window_s" since the previous dump),
+"commands" (per opcode: count, statuses {status: replies}, dropped) and
+"faults".
 )";
 }
 

@@ -198,7 +198,7 @@ bool Simulator::Start(std::string* error) {
   startNs_ = MonotonicNowNs();
   {
     lumx::MutexLock lock(&statsMu_);
-    stats_.startNs = stats_.nowNs = startNs_;
+    stats_.startNs = stats_.nowNs = stats_.windowStartNs = startNs_;
   }
   const FaultOptions& f = options_.faults;
   if (f.restartEverySec > 0) nextRestartAt_ = startNs_ + SecToNs(f.restartEverySec);
@@ -346,6 +346,13 @@ void Simulator::ReconcileStreams(int64_t now) {
     s.tapOutId = tap.tapOut;
     s.anchorNs = now;
     s.anchorBlock = tap.blockLength;
+    if (tap.phaseUs >= 0) {
+      // The last grid point at or before now: the first block is due one
+      // period after it, on the grid every other phased tap shares.
+      const int64_t period = Deadline(s, tap, 1) - now;
+      const int64_t phase = tap.phaseUs * 1000 % period;
+      s.anchorNs = now - ((now - phase) % period + period) % period;
+    }
     s.k = 1;
     s.deadline = Deadline(s, tap, 1);
     std::vector<double> freqs;
@@ -753,7 +760,9 @@ void Simulator::OnInjectPacket(int id, const PacketHeader& h, const uint8_t* pay
     }
     if (mismatch) ++s.formatMismatch;
     if (stamped) {
-      s.latencyUs.Add(static_cast<uint64_t>(now - stamp) / 1000);
+      const uint64_t us = static_cast<uint64_t>(now - stamp) / 1000;
+      s.latencyUs.Add(us);
+      s.windowLatencyUs.Add(us);
     } else {
       ++s.unstamped;
     }
@@ -966,9 +975,11 @@ void Simulator::WriteStats(bool final) {
     lumx::MutexLock lock(&statsMu_);
     stats_.nowNs = MonotonicNowNs();
     if (cpu > 0) stats_.cpuNs = cpu;
-    if (options_.statsPath.empty()) return;
-    json = StatsToJson(stats_, final);
+    if (!options_.statsPath.empty()) json = StatsToJson(stats_, final);
+    // Every document request starts a new window, written out or not.
+    StartStatsWindow(&stats_, stats_.nowNs);
   }
+  if (options_.statsPath.empty()) return;
   json += "\n";
   if (options_.statsPath == "-") {
     std::fwrite(json.data(), 1, json.size(), stdout);

@@ -86,15 +86,19 @@ std::string TapOutJson(int id, const TapOutStats& s) {
   return out;
 }
 
-std::string InjectJson(int id, const InjectStats& s) {
-  std::string lat;
+std::string LatencyJson(const LatencyHistogram& h) {
+  std::string out;
   {
-    Obj l(&lat);
-    l.U("count", s.latencyUs.count());
-    l.U("p50", s.latencyUs.Quantile(0.50));
-    l.U("p99", s.latencyUs.Quantile(0.99));
-    l.U("max", s.latencyUs.max());
+    Obj l(&out);
+    l.U("count", h.count());
+    l.U("p50", h.Quantile(0.50));
+    l.U("p99", h.Quantile(0.99));
+    l.U("max", h.max());
   }
+  return out;
+}
+
+std::string InjectJson(int id, const InjectStats& s) {
   std::string out;
   {
     Obj o(&out);
@@ -114,7 +118,8 @@ std::string InjectJson(int id, const InjectStats& s) {
     o.U("unstamped", s.unstamped);
     o.U("recorded_frames", s.recordedFrames);
     o.U("record_errors", s.recordErrors);
-    o.Raw("latency_us", lat);
+    o.Raw("latency_us", LatencyJson(s.latencyUs));
+    o.Raw("window_latency_us", LatencyJson(s.windowLatencyUs));
   }
   return out;
 }
@@ -195,6 +200,9 @@ std::string StatsToJson(const SimStats& stats, bool final) {
     std::snprintf(elapsed, sizeof elapsed, "%.3f",
                   static_cast<double>(stats.nowNs - stats.startNs) / 1e9);
     o.Raw("elapsed_s", elapsed);
+    std::snprintf(elapsed, sizeof elapsed, "%.3f",
+                  static_cast<double>(stats.nowNs - stats.windowStartNs) / 1e9);
+    o.Raw("window_s", elapsed);
     double wall = static_cast<double>(stats.nowNs - stats.startNs);
     char cpu[32];
     std::snprintf(cpu, sizeof cpu, "%.3f", static_cast<double>(stats.cpuNs) / 1e9);
@@ -209,6 +217,11 @@ std::string StatsToJson(const SimStats& stats, bool final) {
     o.Raw("faults", faults);
   }
   return out;
+}
+
+void StartStatsWindow(SimStats* stats, int64_t nowNs) {
+  stats->windowStartNs = nowNs;
+  for (auto& [id, s] : stats->injects) s.windowLatencyUs = LatencyHistogram();
 }
 
 }  // namespace lumx::dspsim

@@ -33,6 +33,9 @@ struct InjectStats {
   uint64_t recordedFrames = 0;
   uint64_t recordErrors = 0;
   LatencyHistogram latencyUs;
+  // The same since the previous statistics document: what an observer that
+  // samples the run in windows needs, as percentiles cannot be subtracted.
+  LatencyHistogram windowLatencyUs;
 
   uint64_t errors() const { return resyncs + badVersion + oversize + formatMismatch; }
 };
@@ -71,6 +74,7 @@ struct SimStats {
   int64_t startNs = 0;
   int64_t nowNs = 0;
   int64_t cpuNs = 0;  // CPU time of the simulator's loop thread
+  int64_t windowStartNs = 0;  // when the previous document was written (or the start)
   std::map<int, TapOutStats> tapOuts;
   std::map<int, InjectStats> injects;
   std::map<int, CommandStats> commands;  // by opcode, unknown ones included
@@ -81,5 +85,8 @@ struct SimStats {
 
 // One JSON document (no trailing newline). `final`: written at the end.
 std::string StatsToJson(const SimStats& stats, bool final);
+
+// Starts the next window of the window figures at `nowNs`.
+void StartStatsWindow(SimStats* stats, int64_t nowNs);
 
 }  // namespace lumx::dspsim

@@ -177,15 +177,24 @@ bool ParseTapTable(const std::string& text, std::vector<TapEntry>* out, std::str
         double hz = std::strtod(val.c_str(), &end);
         ok = errno == 0 && end != val.c_str() && *end == '\0' && hz > 0 && hz < t.sampleRate / 2.0;
         if (ok) t.toneHz = hz;
+      } else if (ok && key == "phase") {
+        // Checked against the period once the whole line is read.
+        ok = ParseUnsigned(val, 0xFFFFFFFFul, &v);
+        if (ok) t.phaseUs = static_cast<int64_t>(v);
       } else {
         ok = false;
       }
       if (!ok) {
         *error = Line(lineNo, "bad option '" + f[i] +
                                   "' (enabled=0|1, extra=N, tapout=ID|none, inject=ID|none, "
-                                  "tone=HZ below half the rate)");
+                                  "tone=HZ below half the rate, phase=US)");
         return false;
       }
+    }
+    if (t.phaseUs >= 0 &&
+        static_cast<uint64_t>(t.phaseUs) * t.sampleRate >= uint64_t{t.blockLength} * 1000000u) {
+      *error = Line(lineNo, "phase " + std::to_string(t.phaseUs) + " us is not below the block period");
+      return false;
     }
     if (!seen.insert({t.core, t.code, t.index}).second) {
       *error = Line(lineNo, "duplicate tap " + TapLongName(t));
@@ -248,7 +257,7 @@ bool LoadTapTableFile(const std::string& path, std::vector<TapEntry>* out, std::
 std::string FormatTapTable(const std::vector<TapEntry>& taps) {
   std::string out =
       "# core tap      rate   block ch bits [enabled=0|1 extra=N tapout=ID|none "
-      "inject=ID|none tone=HZ]\n";
+      "inject=ID|none tone=HZ phase=US]\n";
   for (const TapEntry& t : taps) {
     char line[160];
     std::snprintf(line, sizeof line, "%-6u %-8s %-6u %-5u %-2u %u", t.core, TapName(t).c_str(),
@@ -263,6 +272,7 @@ std::string FormatTapTable(const std::vector<TapEntry>& taps) {
       std::snprintf(tone, sizeof tone, " tone=%g", t.toneHz);
       out += tone;
     }
+    if (t.phaseUs >= 0) out += " phase=" + std::to_string(t.phaseUs);
     out += "\n";
   }
   return out;

@@ -23,6 +23,11 @@ struct TapEntry {
   uint8_t tapOut = kNoBuffer;  // bound tap-out buffer id, 0xFF = none
   uint8_t inject = kNoBuffer;  // bound inject buffer id, 0xFF = none
   double toneHz = 0;           // test tone of channel 0; 0 = from the tap's position
+  // Where the blocks fall: -1 counts them from the moment the stream starts;
+  // otherwise every block is due this many microseconds after a whole
+  // multiple of the block period on CLOCK_MONOTONIC, so two taps keep a fixed
+  // offset from each other however their streams were started.
+  int64_t phaseUs = -1;
 
   uint32_t BytesPerSample() const { return bitsPerSample / 8u; }
   uint32_t PayloadBytes() const { return blockLength * channels * BytesPerSample(); }
@@ -45,7 +50,8 @@ std::vector<TapEntry> DefaultTapTable();
 
 // Parses the --taps text format (see FormatTapTable and the README):
 //   CORE CODE.INDEX RATE BLOCK CHANNELS BITS [key=value ...]
-// keys: enabled=0|1, extra=N, tapout=ID|none, inject=ID|none, tone=HZ.
+// keys: enabled=0|1, extra=N, tapout=ID|none, inject=ID|none, tone=HZ,
+// phase=US (below one block period).
 // '#' starts a comment. On error returns false with "line N: reason".
 bool ParseTapTable(const std::string& text, std::vector<TapEntry>* out, std::string* error);
 bool LoadTapTableFile(const std::string& path, std::vector<TapEntry>* out, std::string* error);
