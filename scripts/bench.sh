@@ -1,16 +1,19 @@
 #!/usr/bin/env bash
 # System benchmark of lumxd against lumx-dspsim: stream latency against a bare
-# relay loop, daemon CPU per stream (1, 4, 8 streams), control-path calls/s
+# relay loop (both streaming at once through one simulator, compared window by
+# window), daemon CPU per stream (1, 4, 8 streams), control-path calls/s
 # and p99 (1 and 8 client threads), peak RSS idle and with 8 streams; then
 # the fault run (bench/system/fault_run.py): healthy streams' p99 beside a
 # stalled inject reader, call times during the stall, daemon CPU while a
 # tap-out writer is gone, packets lost to bursts.
 # Prints tables with the goals and writes the figures as JSON.
 #
-#   scripts/bench.sh                        build the release preset, run (~2 min)
+#   scripts/bench.sh                        build the release preset, run (~4 min)
 #   scripts/bench.sh --build-dir DIR        use another (RelWithDebInfo) build
 #   scripts/bench.sh --no-build             do not build first
-#   scripts/bench.sh --seconds 20           longer windows (default 10 s each)
+#   scripts/bench.sh --windows 20           latency windows (default 12, at least 10)
+#   scripts/bench.sh --window-seconds 10    latency window length (default 5 s)
+#   scripts/bench.sh --seconds 20           longer CPU windows and fault rounds (default 10 s)
 #   scripts/bench.sh --json-out FILE        JSON path (default DIR/bench-system.json)
 #   scripts/bench.sh --strict               exit 1 when a goal is missed
 #   scripts/bench.sh --keep                 keep the run's temp dir (logs)
@@ -33,7 +36,7 @@ while [ $# -gt 0 ]; do
     --no-build) build=0; shift ;;
     --no-fault) fault=0; shift ;;
     --fault-only) fault=2; shift ;;
-    -h|--help) sed -n '2,22p' "$0"; python3 bench/system/bench.py --help; exit 0 ;;
+    -h|--help) sed -n '2,25p' "$0"; python3 bench/system/bench.py --help; exit 0 ;;
     *) pass+=("$1"); shift ;;
   esac
 done

@@ -29,7 +29,7 @@ import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import lumxsys  # noqa: E402
-from lumxsys import log  # noqa: E402
+from lumxsys import log, median  # noqa: E402
 
 STREAMS = 8
 BUF0 = 50
@@ -119,14 +119,6 @@ def bursts(tools, args):
     return {"packets_received": s.get("packets_received", 0), "lost_packets": s.get("lost_packets", 0),
             "gaps": s.get("gaps", 0), "bursts": final["faults"].get("burst", 0),
             "burst_packets": final["faults"].get("burst_packets", 0)}
-
-
-def median(values):
-    values = sorted(v for v in values if v is not None)
-    if not values:
-        return None
-    mid = len(values) // 2
-    return values[mid] if len(values) % 2 else (values[mid - 1] + values[mid]) / 2.0
 
 
 def main():

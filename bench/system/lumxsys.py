@@ -56,6 +56,19 @@ class Tools:
             raise SystemExit("missing programs (build first): " + ", ".join(missing))
 
 
+def memory_tmp():
+    """A RAM-backed directory for temporary files, or None (the default)."""
+    for d in ("/dev/shm", "/run/shm"):
+        try:
+            if os.statvfs(d).f_bavail > 0 and os.access(d, os.W_OK | os.X_OK):
+                with open("/proc/mounts") as f:
+                    if any(l.split()[1] == d and l.split()[2] == "tmpfs" for l in f):
+                        return d
+        except OSError:
+            pass
+    return None
+
+
 _live_rigs = []
 
 
@@ -75,10 +88,12 @@ signal.signal(signal.SIGINT, _on_signal)
 
 
 class Rig:
-    def __init__(self, tools, keep=False, prefix="lumx_sys."):
+    def __init__(self, tools, keep=False, prefix="lumx_sys.", in_memory=False):
+        """`in_memory`: the directory (logs included) on a RAM file system when
+        there is one, so that no process of the rig ever waits for the disk."""
         self.tools = tools
         self.keep = keep
-        self.root = tempfile.mkdtemp(prefix=prefix)
+        self.root = tempfile.mkdtemp(prefix=prefix, dir=memory_tmp() if in_memory else None)
         self.dev = os.path.join(self.root, "dev")
         self.binder = os.path.join(self.root, "binder")
         self.sysfs = os.path.join(self.root, "sysfs")
@@ -105,13 +120,23 @@ class Rig:
 
     # ---- processes ----
 
-    def start_sim(self, extra_args, ready_timeout=15):
+    def start_sim(self, extra_args, ready_timeout=15, fifo_priority=None):
+        """Starts lumx-dspsim; with `fifo_priority` under SCHED_FIFO at that
+        priority when the system allows it (check with scheduling())."""
         ready = self.path("sim.ready")
         args = [self.tools.sim, "--dev-root", self.dev, "--stats", self.stats_path,
                 "--ready-file", ready] + list(extra_args)
         self._sim_err = open(self.sim_log, "wb")
+
+        def realtime():
+            try:
+                os.sched_setscheduler(0, os.SCHED_FIFO, os.sched_param(fifo_priority))
+            except OSError:
+                pass
+
         self.sim = subprocess.Popen(args, env=self.env, stdin=subprocess.DEVNULL,
-                                    stdout=subprocess.DEVNULL, stderr=self._sim_err)
+                                    stdout=subprocess.DEVNULL, stderr=self._sim_err,
+                                    preexec_fn=realtime if fifo_priority else None)
         deadline = time.time() + ready_timeout
         while not os.path.exists(ready):
             if self.sim.poll() is not None:
@@ -275,6 +300,58 @@ def fd_count(pid):
 
 def task_count(pid):
     return len(os.listdir("/proc/%d/task" % pid))
+
+
+def scheduling(tid):
+    """(policy name, real-time priority) of one thread or process."""
+    try:
+        policy = os.sched_getscheduler(tid)
+        prio = os.sched_getparam(tid).sched_priority
+    except OSError:
+        return None, 0
+    names = {os.SCHED_OTHER: "normal", os.SCHED_FIFO: "fifo", os.SCHED_RR: "rr",
+             getattr(os, "SCHED_BATCH", -1): "batch", getattr(os, "SCHED_IDLE", -2): "idle"}
+    return names.get(policy, str(policy)), prio
+
+
+def realtime_tasks(pid):
+    """Thread ids of `pid` under a real-time policy, with (policy, priority, name)."""
+    found = {}
+    try:
+        tids = os.listdir("/proc/%d/task" % pid)
+    except OSError:
+        return found
+    for tid in map(int, tids):
+        policy, prio = scheduling(tid)
+        if policy in ("fifo", "rr"):
+            try:
+                with open("/proc/%d/task/%d/comm" % (pid, tid)) as f:
+                    name = f.read().strip()
+            except OSError:
+                name = "?"
+            found[tid] = (policy, prio, name)
+    return found
+
+
+# ---- small statistics over a handful of values ----
+
+def median(values):
+    values = sorted(v for v in values if v is not None)
+    if not values:
+        return None
+    mid = len(values) // 2
+    return values[mid] if len(values) % 2 else (values[mid - 1] + values[mid]) / 2.0
+
+
+def quantile(values, q):
+    """Linear interpolation between the closest ranks (q in 0..1)."""
+    values = sorted(v for v in values if v is not None)
+    if not values:
+        return None
+    pos = q * (len(values) - 1)
+    lo = int(pos)
+    hi = min(lo + 1, len(values) - 1)
+    return values[lo] + (values[hi] - values[lo]) * (pos - lo)
 
 
 def sanitizer_lines(path, limit=20):
