@@ -301,17 +301,7 @@ class LumxToolTest : public ::testing::Test {
   std::vector<std::pair<std::string, std::string>> extraEnv_;
 };
 
-bool DotInstalled() {
-  std::string path = getenv("PATH") ? getenv("PATH") : "";
-  for (size_t from = 0; from <= path.size();) {
-    size_t colon = path.find(':', from);
-    std::string dir = path.substr(from, colon == std::string::npos ? std::string::npos : colon - from);
-    if (access((dir + "/dot").c_str(), X_OK) == 0) return true;
-    if (colon == std::string::npos) break;
-    from = colon + 1;
-  }
-  return false;
-}
+bool DotInstalled() { return system("command -v dot >/dev/null 2>&1") == 0; }
 
 void WriteWav(const std::string& path, const std::vector<int16_t>& samples, int channels, int rate = 48000) {
   SF_INFO info{};
@@ -368,12 +358,7 @@ TEST_F(LumxToolTest, EveryOperationReceivesItsArgumentsInOrder) {
       {{"StartIo", "20"}, "StartIo(20)"}, {{"StopIo", "0x15"}, "StopIo(21)"}, {{"Debug"}, "Debug([])"},
       // Words after Debug go through as typed, options included.
       {{"Debug", "buffer_dump", "tapout", "-1", "--", "--json", "HELP"}, "Debug([buffer_dump tapout -1 --json HELP])"},
-      // Taps as TapList prints them.
-      {{"ConnectTap", "2:imic.0", "20", "21"}, "ConnectTap(2, 0x696d6963, 0, 20, 21)"},
-      {{"TapSetBlockLength", "4", "vpdl.0", "960"}, "TapSetBlockLength(4, 0x7670646c, 0, 960)"},
-      {{"SetParameter", "pas1", "block_length", "0", "480"}, "SetParameter(0x70617331, 3, 0, i:480)"},
       {{"EnableUseCase", "mic_in", "1"}, "EnableUseCase(1, 1)"},
-      {{"EnableUseCase", "unspecified", "0"}, "EnableUseCase(-1, 0)"},
       {{"IsUseCaseEnabled", "AREL_TELE"}, "IsUseCaseEnabled(3)"},
       {{"SetParameter", "arel", "block_length", "0", "i:960"}, "SetParameter(0x6172656c, 3, 0, i:960)"},
       {{"SetParameter", "arel", "7", "-2", "f:0.5"}, "SetParameter(0x6172656c, 7, -2, f:0.5)"},
@@ -439,12 +424,6 @@ TEST_F(LumxToolTest, OutputAndExitCodeFollowTheReply) {
     EXPECT_EQ(r.out, c.out) << c.args[1];
     EXPECT_EQ(r.err, "") << c.args[1];
   }
-  for (int8_t status : {0, 1, 3, 4, 5, 6}) {
-    fake().SetCanned({status, 0, {}});
-    RunResult r = Run({"ListProcessors"});
-    EXPECT_EQ(r.exitCode, status);
-    EXPECT_EQ(r.out, "");
-  }
 }
 
 TEST_F(LumxToolTest, SendAudioCarriesTheFileAndCodes) {
@@ -470,11 +449,11 @@ TEST_F(LumxToolTest, SendAudioCarriesTheFileAndCodes) {
 }
 
 TEST_F(LumxToolTest, UsageErrorsExit64WithoutCallingTheDaemon) {
+  // Each parser's refusals are in lumx_cli_test.cpp; here, how the tool ends.
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-           {"NoSuchOperation"}, {"TapInfo", "2", "abc", "0"}, {"Ping", "extra"},
-           {"SetParameter", "pas1", "7", "0", "1"}, {"relay"}}) {
+           {"NoSuchOperation"}, {"SetParameter", "pas1", "7", "0", "1"}, {"relay"}}) {
     RunResult r = Run(args);
-    EXPECT_EQ(r.exitCode, 64) << (args.empty() ? "" : args[0]);
+    EXPECT_EQ(r.exitCode, 64) << args[0];
     EXPECT_EQ(r.out, "");
     ASSERT_FALSE(r.err.empty());
     EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << "one line: " << r.err;
