@@ -5,10 +5,14 @@
 #include <gtest/gtest.h>
 #include <lumx_host/log_capture.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "common/wire.h"
@@ -24,16 +28,6 @@ using lumx_test::ScopedEnv;
 using lumx_test::TempDir;
 
 namespace {
-
-struct OpcodeCase {
-  uint16_t opcode;
-  size_t size;
-};
-constexpr OpcodeCase kOpcodes[] = {
-    {CMD_LUMX_TAP_ENABLE_ID, kTapEnableCmdSize}, {CMD_LUMX_TAP_BIND_ID, kTapBindCmdSize},
-    {CMD_LUMX_TAP_LIST_ID, kTapListCmdSize},     {CMD_LUMX_TAP_INFO_ID, kTapInfoCmdSize},
-    {CMD_LUMX_TAP_SET_BLOCK_LEN_ID, kTapSetBlockLenCmdSize},
-};
 
 bool HasEntry(const LogCapture& log, int prio, const std::string& message) {
   for (const LogEntry& e : log.entries()) {
@@ -80,38 +74,68 @@ class ControlChannelTest : public ::testing::Test {
   std::unique_ptr<FakeControlDriver> driver_;
 };
 
+// Header bytes of each opcode's request, written out: a wrong opcode or
+// message size in the code fails here. Byte 1 (the id) is checked apart.
 TEST_F(ControlChannelTest, StampsHeaderOfEveryOpcodeAndKeepsPayload) {
-  for (const OpcodeCase& c : kOpcodes) {
-    SCOPED_TRACE(c.opcode);
-    std::vector<uint8_t> msg(c.size + 8, 0);  // room to see that nothing beyond size travels
-    msg.resize(c.size);
-    for (size_t i = 8; i < c.size; ++i) msg[i] = static_cast<uint8_t>(0xA0 + i);
+  const std::vector<uint8_t> kHeaders[] = {
+      {0, 0, 16, 0, 0xCA, 0, 0, 0}, {0, 0, 18, 0, 0xCB, 0, 0, 0}, {0, 0, 44, 0, 0xCC, 0, 0, 0},
+      {0, 0, 28, 0, 0xCD, 0, 0, 0}, {0, 0, 20, 0, 0xCE, 0, 0, 0},
+  };
+  const std::pair<uint16_t, size_t> kSent[] = {
+      {CMD_LUMX_TAP_ENABLE_ID, kTapEnableCmdSize}, {CMD_LUMX_TAP_BIND_ID, kTapBindCmdSize},
+      {CMD_LUMX_TAP_LIST_ID, kTapListCmdSize},     {CMD_LUMX_TAP_INFO_ID, kTapInfoCmdSize},
+      {CMD_LUMX_TAP_SET_BLOCK_LEN_ID, kTapSetBlockLenCmdSize},
+  };
+  for (size_t k = 0; k < 5; ++k) {
+    SCOPED_TRACE(k);
+    std::vector<uint8_t> msg(kSent[k].second, 0);
+    for (size_t i = 8; i < msg.size(); ++i) msg[i] = static_cast<uint8_t>(0xA0 + i);
     // Garbage in the header must be overwritten, except the status bytes.
     std::fill(msg.begin(), msg.begin() + 6, 0x77);
     const uint32_t idBefore = CommandCounter();
-    const size_t before = driver_->Requests().size();
-    ASSERT_EQ(0, Send(c.opcode, msg));
+    ASSERT_EQ(0, Send(kSent[k].first, msg));
     auto requests = driver_->Requests();
-    ASSERT_EQ(before + 1, requests.size());
-    const std::vector<uint8_t>& req = requests.back();
-    ASSERT_EQ(c.size, req.size());
-    const std::vector<uint8_t> header = {0, static_cast<uint8_t>(idBefore), static_cast<uint8_t>(c.size), 0,
-                                         static_cast<uint8_t>(c.opcode), 0, 0, 0};
-    EXPECT_EQ(header, std::vector<uint8_t>(req.begin(), req.begin() + 8));
-    for (size_t i = 8; i < c.size; ++i) EXPECT_EQ(static_cast<uint8_t>(0xA0 + i), req[i]) << "offset " << i;
+    ASSERT_EQ(k + 1, requests.size());
+    std::vector<uint8_t> req = requests.back();
+    ASSERT_EQ(kHeaders[k][2], req.size());
+    EXPECT_EQ(static_cast<uint8_t>(idBefore), req[1]);
+    req[1] = 0;
+    EXPECT_EQ(kHeaders[k], std::vector<uint8_t>(req.begin(), req.begin() + 8));
+    for (size_t i = 8; i < req.size(); ++i) EXPECT_EQ(static_cast<uint8_t>(0xA0 + i), req[i]) << "offset " << i;
     EXPECT_EQ(idBefore + 1, CommandCounter());
   }
 }
 
-TEST_F(ControlChannelTest, ReplyIsReadOverTheRequest) {
-  FakeControlDriver::Action answer;
-  answer.fill = [](const std::vector<uint8_t>&, std::vector<uint8_t>& reply) {
-    for (size_t i = 8; i < reply.size(); ++i) reply[i] = static_cast<uint8_t>(i);
-  };
-  driver_->Queue(answer);
-  std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
-  ASSERT_EQ(0, Send(CMD_LUMX_TAP_INFO_ID, msg));
-  for (size_t i = 8; i < msg.size(); ++i) EXPECT_EQ(i, msg[i]);
+// Commands from several threads at once, each answered late with a reply
+// derived from its own payload: each caller must read its own reply (the
+// write and the reply read form one exchange) and see status 0.
+TEST_F(ControlChannelTest, ConcurrentCommandsEachGetTheirOwnReply) {
+  driver_->SetDefault([](const std::vector<uint8_t>&) {
+    FakeControlDriver::Action a;
+    a.delayMs = 3;
+    a.fill = [](const std::vector<uint8_t>& req, std::vector<uint8_t>& reply) {
+      for (size_t i = 8; i < reply.size(); ++i) reply[i] = static_cast<uint8_t>(req[i] ^ 0xFF);
+    };
+    return a;
+  });
+  constexpr int kThreads = 4, kRounds = 15;
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int r = 0; r < kRounds; ++r) {
+        std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
+        for (size_t i = 8; i < msg.size(); ++i) msg[i] = static_cast<uint8_t>(t * 16 + r + i);
+        const int32_t status = Send(CMD_LUMX_TAP_INFO_ID, msg);
+        bool own = status == 0;
+        for (size_t i = 8; i < msg.size(); ++i) own = own && msg[i] == static_cast<uint8_t>(~(t * 16 + r + i));
+        if (!own) ++wrong;
+      }
+    });
+  }
+  for (auto& th : threads) th.join();
+  EXPECT_EQ(0, wrong.load());
+  EXPECT_EQ(static_cast<size_t>(kThreads * kRounds), driver_->Requests().size());
 }
 
 FakeControlDriver::Action With(const std::function<void(FakeControlDriver::Action&)>& edit) {
@@ -196,21 +220,44 @@ TEST_F(ControlChannelTest, ClosedDescriptorIsReopenedAndTheMessageResent) {
   EXPECT_GE(Lumxd::Instance().controlFd(), 0);
 }
 
-TEST_F(ControlChannelTest, ClosedDescriptorWithoutNodeFails) {
-  Lumxd::Instance().closeLumxControl();
-  driver_->RemoveNode();
-  LogCapture log;
-  ::testing::internal::CaptureStderr();
-  std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
-  const int32_t status = Send(CMD_LUMX_TAP_INFO_ID, msg);
-  const std::string err = ::testing::internal::GetCapturedStderr();
-  EXPECT_EQ(-1, status);
-  const std::string path = dir_.Join("zch-lumx_control");
-  EXPECT_TRUE(HasEntry(log, ANDROID_LOG_ERROR, "Cannot find " + path + "\n"));
-  EXPECT_NE(std::string::npos, err.find("ERROR: Cannot find " + path + "\n"));
-  EXPECT_EQ(0u, log.count("LUM reply OK"));
-  EXPECT_EQ(-1, Lumxd::Instance().controlFd());
-  EXPECT_TRUE(driver_->Requests().empty());
+// The open waits up to 400 ms for the node: one that appears during the wait
+// is opened; one that never appears fails only after the whole wait.
+TEST_F(ControlChannelTest, OpenWaitsForTheNode) {
+  char target[256] = {};
+  ASSERT_GT(readlink(driver_->nodePath().c_str(), target, sizeof(target) - 1), 0);
+  for (bool appears : {true, false}) {
+    SCOPED_TRACE(appears);
+    Lumxd::Instance().closeLumxControl();
+    driver_->RemoveNode();
+    LogCapture log;
+    ::testing::internal::CaptureStderr();
+    std::thread creator([&] {
+      if (!appears) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(150));  // well inside the wait
+      (void)!symlink(target, driver_->nodePath().c_str());
+    });
+    const auto start = std::chrono::steady_clock::now();
+    Lumxd::Instance().reopenLumxControl();
+    const auto waited = std::chrono::steady_clock::now() - start;
+    creator.join();
+    const std::string err = ::testing::internal::GetCapturedStderr();
+    if (appears) {
+      EXPECT_GE(Lumxd::Instance().controlFd(), 0);
+      EXPECT_TRUE(HasEntry(log, ANDROID_LOG_INFO, "Opened " + driver_->nodePath() + "\n"));
+      EXPECT_EQ(std::string::npos, err.find("ERROR: Cannot find"));
+      continue;
+    }
+    EXPECT_GE(std::chrono::duration_cast<std::chrono::milliseconds>(waited).count(), 400);
+    EXPECT_EQ(-1, Lumxd::Instance().controlFd());
+    const std::string path = dir_.Join("zch-lumx_control");
+    EXPECT_TRUE(HasEntry(log, ANDROID_LOG_ERROR, "Cannot find " + path + "\n"));
+    EXPECT_NE(std::string::npos, err.find("ERROR: Cannot find " + path + "\n"));
+    // A command on the closed descriptor re-opens, fails and sends nothing.
+    std::vector<uint8_t> msg(kTapInfoCmdSize, 0);
+    EXPECT_EQ(-1, Send(CMD_LUMX_TAP_INFO_ID, msg));
+    EXPECT_EQ(0u, log.count("LUM reply OK"));
+    EXPECT_TRUE(driver_->Requests().empty());
+  }
 }
 
 TEST_F(ControlChannelTest, IdByteWrapsAfter256Commands) {
