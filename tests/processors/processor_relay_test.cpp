@@ -321,8 +321,8 @@ TEST_F(ProcessorRelayTest, VersionIsOneOnlyAtElementOne) {
 }
 
 // An I/O thread streams while binder threads send audio, swap callbacks,
-// change parameters and toggle the relay. Run under the sanitizers, this
-// checks that no interleaving corrupts memory or the packets.
+// change parameters and toggle the relay: no interleaving may corrupt memory
+// or leave the relay in a state that no longer exchanges audio.
 TEST_F(ProcessorRelayTest, ConcurrentStreamingAndControl) {
   buffers_.SetTapFormat(48000, 2, 2);
   Enable();
@@ -357,6 +357,15 @@ TEST_F(ProcessorRelayTest, ConcurrentStreamingAndControl) {
   sender.join();
   EXPECT_TRUE(relay_.IsEnabled());
   EXPECT_EQ(4800u, relay_.blockLength());
+  // What the race leaves must still work: the slot takes the last audio, a
+  // new client hears the capture.
+  ASSERT_EQ(Status::OK, relay_.SetParameter(ParameterId::TEST_MODE, 0, Int(0)));
+  auto client = Client();
+  ASSERT_EQ(0, relay_.SendAudio(RelayPacket(kArl1, Constant(4800, 7))));
+  ASSERT_EQ(0, Block(RampBlock(4800, 2)));
+  EXPECT_EQ(Constant(9600, 7), OutSamples());
+  ASSERT_TRUE(client->WaitFor(1));
+  EXPECT_EQ(9600u, client->last().data.size());
 }
 
 }  // namespace
