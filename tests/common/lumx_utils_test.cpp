@@ -25,49 +25,39 @@ CommandResult Make(int status, std::vector<std::string> lines = {}) {
   return r;
 }
 
-std::vector<LogEntry> Logged(const CommandResult& r) {
-  LogCapture log;
-  print_aidl_return("Op", &r);
-  return log.entries();
-}
-
-TEST(PrintAidlReturnTest, FailureWithoutTextUsesTheFixedWords) {
+// What print_aidl_return logs for a result: nothing for a bare success, the
+// fixed word of a bare failure, else the whole result in its text form.
+TEST(PrintAidlReturnTest, LineOfEachResult) {
+  const int E = ANDROID_LOG_ERROR, I = ANDROID_LOG_INFO;
   const struct {
     int status;
-    const char* word;
-  } cases[] = {{1, "ERROR"},          {2, "INVALID PROCESSOR"}, {3, "INVALID PARAMETER"},
-               {4, "INVALID_VALUE"},  {5, "Unknown error"},     {6, "Unknown error"},
-               {7, "Unknown error"},  {127, "Unknown error"},   {-1, "Unknown error"}};
+    std::vector<std::string> lines;
+    std::vector<LogEntry> logged;
+  } cases[] = {
+      {1, {}, {{E, "lumx", "Op: ERROR"}}},
+      {2, {}, {{E, "lumx", "Op: INVALID PROCESSOR"}}},
+      {3, {}, {{E, "lumx", "Op: INVALID PARAMETER"}}},
+      {4, {}, {{E, "lumx", "Op: INVALID_VALUE"}}},
+      {5, {}, {{E, "lumx", "Op: Unknown error"}}},
+      {6, {}, {{E, "lumx", "Op: Unknown error"}}},
+      {7, {}, {{E, "lumx", "Op: Unknown error"}}},
+      {127, {}, {{E, "lumx", "Op: Unknown error"}}},
+      {-1, {}, {{E, "lumx", "Op: Unknown error"}}},
+      {5, {"bad element"},
+       {{E, "lumx", "Op: CommandResult{status: INVALID_ELEMENT, value: 0.000000, strList: [bad element]}"}}},
+      {6, {"a", "b"}, {{E, "lumx", "Op: CommandResult{status: READ_ONLY, value: 0.000000, strList: [a, b]}"}}},
+      {7, {"x"}, {{E, "lumx", "Op: CommandResult{status: 7, value: 0.000000, strList: [x]}"}}},
+      {0, {}, {}},
+      {0, {"line"}, {{I, "lumx", "Op: CommandResult{status: OK, value: 0.000000, strList: [line]}"}}},
+  };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.status);
-    auto entries = Logged(Make(c.status));
-    ASSERT_EQ(1u, entries.size());
-    EXPECT_EQ((LogEntry{ANDROID_LOG_ERROR, "lumx", std::string("Op: ") + c.word}), entries[0]);
+    LogCapture log;
+    const CommandResult r = Make(c.status, c.lines);
+    print_aidl_return("Op", &r);
+    EXPECT_EQ(c.logged, log.entries());
   }
-}
-
-TEST(PrintAidlReturnTest, FailureWithTextLogsTheWholeResult) {
-  auto entries = Logged(Make(5, {"bad element"}));
-  ASSERT_EQ(1u, entries.size());
-  EXPECT_EQ((LogEntry{ANDROID_LOG_ERROR, "lumx",
-                      "Op: CommandResult{status: INVALID_ELEMENT, value: 0.000000, strList: [bad element]}"}),
-            entries[0]);
-  entries = Logged(Make(6, {"a", "b"}));
-  ASSERT_EQ(1u, entries.size());
-  EXPECT_EQ("Op: CommandResult{status: READ_ONLY, value: 0.000000, strList: [a, b]}", entries[0].message);
-}
-
-TEST(PrintAidlReturnTest, SuccessLogsOnlyWhenThereIsText) {
-  EXPECT_TRUE(Logged(Make(0)).empty());
-  auto entries = Logged(Make(0, {"line"}));
-  ASSERT_EQ(1u, entries.size());
-  EXPECT_EQ((LogEntry{ANDROID_LOG_INFO, "lumx", "Op: CommandResult{status: OK, value: 0.000000, strList: [line]}"}),
-            entries[0]);
-}
-
-TEST(CommandResultTextTest, Forms) {
   EXPECT_EQ("CommandResult{status: OK, value: 0.000000, strList: []}", Make(0).toString());
-  EXPECT_EQ("CommandResult{status: 7, value: 0.000000, strList: []}", Make(7).toString());
   CommandResult r = Make(1, {"x"});
   r.value = 2.5f;
   EXPECT_EQ("CommandResult{status: ERROR, value: 2.500000, strList: [x]}", r.toString());
