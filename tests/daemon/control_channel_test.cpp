@@ -233,7 +233,7 @@ TEST_F(ControlChannelTest, OpenWaitsForTheNode) {
     ::testing::internal::CaptureStderr();
     std::thread creator([&] {
       if (!appears) return;
-      std::this_thread::sleep_for(std::chrono::milliseconds(150));  // well inside the wait
+      std::this_thread::sleep_for(std::chrono::milliseconds(120));  // well inside the wait
       (void)!symlink(target, driver_->nodePath().c_str());
     });
     const auto start = std::chrono::steady_clock::now();
