@@ -7,33 +7,23 @@
 // again once it is enabled again, and end by the signal it is sent with a
 // clean sanitizer log.
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
-#include "support/daemon_process.h"
 #include "support/daemon_test_util.h"
+#include "support/system_stack.h"
 
 namespace {
 
-using lumx_test::BuildBinary;
 using lumx_test::ReadFileText;
-using lumx_test::RunToCompletion;
-using lumx_test::Subprocess;
-using lumx_test::TempDir;
 using lumx_test::WaitUntil;
-
-using Env = std::vector<std::pair<std::string, std::string>>;
 
 // Every wait is generous: this runs beside other tests on a loaded 2-core
 // machine, under sanitizers. Nothing here measures speed.
@@ -41,30 +31,6 @@ constexpr int kLongMs = 60000;
 // One lumx call: a healthy daemon answers in well under a second even under
 // sanitizers; a call still open after this is a stuck daemon.
 constexpr int kCallMs = 20000;
-
-// packets_received of one inject node in the simulator's statistics, -1 if absent.
-long InjectPackets(const std::string& json, int id) {
-  const std::string node = "\"node\":\"zch-lumx_inject" + std::to_string(id) + "\"";
-  size_t at = json.find(node);
-  if (at == std::string::npos) return -1;
-  const std::string key = "\"packets_received\":";
-  at = json.find(key, at);
-  if (at == std::string::npos) return -1;
-  return atol(json.c_str() + at + key.size());
-}
-
-// The last `bytes` of a file (a stuck daemon can log a lot).
-std::string Tail(const std::string& path, long bytes = 1500) {
-  FILE* f = fopen(path.c_str(), "rb");
-  if (f == nullptr) return "";
-  fseek(f, 0, SEEK_END);
-  const long size = ftell(f);
-  fseek(f, size > bytes ? size - bytes : 0, SEEK_SET);
-  std::string text(static_cast<size_t>(size > bytes ? bytes : size), '\0');
-  text.resize(fread(&text[0], 1, text.size(), f));
-  fclose(f);
-  return text;
-}
 
 bool HasSanitizerReport(const std::string& log) {
   for (const char* marker : {"ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:",
@@ -77,41 +43,15 @@ bool HasSanitizerReport(const std::string& log) {
 class SoakRestartTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    lumxd_ = BuildBinary("lumxd");
-    lumx_ = BuildBinary("tools/lumx/lumx");
-    sim_ = BuildBinary("tools/lumx-dspsim/lumx-dspsim");
-    if (lumxd_.empty() || lumx_.empty() || sim_.empty()) GTEST_SKIP() << "lumxd, lumx or lumx-dspsim not built";
-    dev_ = dir_.Join("dev");
-    mkdir(dev_.c_str(), 0755);
-    mkdir(dir_.Join("binder").c_str(), 0700);
-    mkdir(dir_.Join("sysfs").c_str(), 0755);
-    mkdir(dir_.Join("sysfs/power").c_str(), 0755);
-    dir_.Touch("sysfs/power/wake_lock");
-    dir_.Touch("sysfs/power/wake_unlock");
-    env_ = {{"LUMX_DEV_ROOT", dev_}, {"LUMX_BINDER_DIR", dir_.Join("binder")},
-            {"LUMX_SYSFS_ROOT", dir_.Join("sysfs")}};
+    if (!stack_.BinariesFound()) GTEST_SKIP() << stack_.error();
   }
-
-  bool StartSim(const std::vector<std::string>& extra) {
-    std::vector<std::string> args = {"--dev-root", dev_, "--stats", dir_.Join("stats.json"),
-                                     "--ready-file", dir_.Join("ready")};
-    args.insert(args.end(), extra.begin(), extra.end());
-    if (!sim_proc_.Start(sim_, args, env_, "", dir_.Join("sim.log"))) return false;
-    return WaitUntil([&] { return access(dir_.Join("ready").c_str(), F_OK) == 0; }, kLongMs);
+  bool Start(const std::vector<std::string>& simArgs) {
+    return stack_.StartSimulator(simArgs) && stack_.StartDaemon();
   }
-
-  bool StartDaemon() {
-    if (!daemon_.Start(lumxd_, {}, env_, dir_.Join("lumxd.out"), dir_.Join("lumxd.log"))) return false;
-    return WaitUntil([&] { return Lumx({"Ping"}) == 0; }, kLongMs);
-  }
-
-  int Lumx(const std::vector<std::string>& args, std::string* out = nullptr) {
-    return RunToCompletion(lumx_, args, env_, out, nullptr, kCallMs);
-  }
-
+  int Lumx(const std::vector<std::string>& args) { return stack_.Lumx(args, kCallMs).exitCode; }
   // "ready" lines the simulator has printed: one at start, one per restart.
   int ReadyCount() {
-    const std::string log = ReadFileText(dir_.Join("sim.log"));
+    const std::string log = ReadFileText(stack_.Path("dspsim.err"));
     int n = 0;
     for (size_t at = log.find("lumx-dspsim: ready"); at != std::string::npos;
          at = log.find("lumx-dspsim: ready", at + 1)) {
@@ -119,40 +59,27 @@ class SoakRestartTest : public ::testing::Test {
     }
     return n;
   }
-
-  long Injected(int id) {
-    const std::string path = dir_.Join("stats.json");
-    const std::string before = ReadFileText(path);
-    sim_proc_.Signal(SIGUSR1);
-    std::string now;
-    WaitUntil([&] {
-      now = ReadFileText(path);
-      return !now.empty() && now != before;
-    }, kLongMs);
-    return InjectPackets(now, id);
+  bool Restart() {
+    const int ready = ReadyCount();
+    return stack_.simulator().Signal(SIGUSR2) && WaitUntil([&] { return ReadyCount() > ready; }, kLongMs);
   }
-
+  double Injected() { return lumx::test::StreamStat(stack_.SimulatorStats(), "zch-lumx_inject20", "packets_received"); }
   // Enables MIC_IN (a step may fail while the buffers are being rescanned,
   // so it is retried) and waits for packets on inject node 20.
   bool MicInStreams() {
-    const long base = Injected(20);
+    const double base = Injected();
     if (!WaitUntil([&] { return Lumx({"EnableUseCase", "MIC_IN", "1"}) == 0; }, kLongMs)) return false;
-    return WaitUntil([&] { return Injected(20) >= base + 10; }, kLongMs);
+    return WaitUntil([&] { return Injected() >= base + 10; }, kLongMs);
   }
+  std::string DaemonLog() { return ReadFileText(stack_.Path("lumxd.err")); }
 
-  TempDir dir_{"lumx-soak"};
-  std::string lumxd_, lumx_, sim_, dev_;
-  Env env_;
-  Subprocess sim_proc_;
-  Subprocess daemon_;
+  lumx::test::SystemStack stack_;
 };
 
 TEST_F(SoakRestartTest, DaemonSurvivesDspRestartsDuringControlCommands) {
   // Every reply 200 ms late: the daemon spends most of each command waiting.
-  ASSERT_TRUE(StartSim({"--fault-delay-reply-ms", "200"}));
-  ASSERT_TRUE(StartDaemon());
+  ASSERT_TRUE(Start({"--fault-delay-reply-ms", "200"})) << stack_.error() << stack_.Logs();
   ASSERT_TRUE(MicInStreams());
-
   std::atomic<bool> stop{false};
   std::atomic<int> calls{0};
   std::thread traffic([&] {
@@ -162,48 +89,40 @@ TEST_F(SoakRestartTest, DaemonSurvivesDspRestartsDuringControlCommands) {
     }
   });
   for (int restart = 1; restart <= 3; ++restart) {
-    const int ready = ReadyCount();
     const int before = calls.load();
     // Let a command be in flight, then take the DSP away under it.
     WaitUntil([&] { return calls.load() > before; }, kLongMs);
     usleep(100 * 1000);
-    ASSERT_TRUE(sim_proc_.Signal(SIGUSR2));
-    ASSERT_TRUE(WaitUntil([&] { return ReadyCount() > ready; }, kLongMs)) << "restart " << restart;
+    ASSERT_TRUE(Restart()) << "restart " << restart;
   }
   stop = true;
   traffic.join();
-
   // Still answering, and streaming again once the use case is enabled anew.
-  ASSERT_TRUE(daemon_.Running());
-  ASSERT_EQ(Lumx({"Ping"}), 0) << "lumxd stopped answering; its log ends with:\n"
-                               << Tail(dir_.Join("lumxd.log"));
-  std::string graph;
-  EXPECT_EQ(Lumx({"ShowGraph"}, &graph), 0) << graph;
+  ASSERT_TRUE(stack_.daemon().Running());
+  ASSERT_EQ(Lumx({"Ping"}), 0) << "lumxd stopped answering\n" << stack_.Logs();
+  EXPECT_EQ(Lumx({"ShowGraph"}), 0);
   EXPECT_TRUE(MicInStreams());
-
   int status = 0;
-  ASSERT_TRUE(daemon_.Signal(SIGTERM));
-  ASSERT_TRUE(daemon_.WaitExit(kLongMs, &status));
+  ASSERT_TRUE(stack_.daemon().Signal(SIGTERM));
+  ASSERT_TRUE(stack_.daemon().WaitExit(kLongMs, &status));
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << "wait status " << status;
-  EXPECT_FALSE(HasSanitizerReport(ReadFileText(dir_.Join("lumxd.log"))));
+  EXPECT_FALSE(HasSanitizerReport(DaemonLog()));
 }
 
 TEST_F(SoakRestartTest, StreamsResumeAfterEveryRestartWithPacketFaults) {
   // Split, stale, misaligned, renumbered and corrupt packets on the stream,
   // and two restarts: MIC_IN comes back each time it is enabled again.
-  ASSERT_TRUE(StartSim({"--fault-split", "0.2", "--fault-stale", "0.1", "--fault-misalign", "0.05",
-                        "--fault-bad-version", "0.05", "--fault-oversize", "0.05", "--fault-jump", "0.05"}));
-  ASSERT_TRUE(StartDaemon());
+  ASSERT_TRUE(Start({"--fault-split", "0.2", "--fault-stale", "0.1", "--fault-misalign", "0.05", "--fault-bad-version",
+                     "0.05", "--fault-oversize", "0.05", "--fault-jump", "0.05"}))
+      << stack_.error() << stack_.Logs();
   ASSERT_TRUE(MicInStreams());
   for (int restart = 1; restart <= 2; ++restart) {
-    const int ready = ReadyCount();
-    ASSERT_TRUE(sim_proc_.Signal(SIGUSR2));
-    ASSERT_TRUE(WaitUntil([&] { return ReadyCount() > ready; }, kLongMs));
+    ASSERT_TRUE(Restart());
     EXPECT_TRUE(MicInStreams()) << "after restart " << restart;
   }
   EXPECT_EQ(Lumx({"Ping"}), 0);
-  ASSERT_TRUE(daemon_.Running());
-  EXPECT_FALSE(HasSanitizerReport(ReadFileText(dir_.Join("lumxd.log"))));
+  ASSERT_TRUE(stack_.daemon().Running());
+  EXPECT_FALSE(HasSanitizerReport(DaemonLog()));
 }
 
 }  // namespace
