@@ -330,14 +330,12 @@ TEST_F(BufferOpsTest, DebugHelpAndUnknownWords) {
 TEST_F(BufferOpsTest, DebugBufferDumpChecksItsArguments) {
   StartService();
   const auto status = [&](const Lines& args) { return Debug(args).status; };
-  EXPECT_EQ(status({"buffer_dump"}), Status::INVALID_PARAMETER);
-  EXPECT_EQ(status({"buffer_dump", "tapout"}), Status::INVALID_PARAMETER);
-  EXPECT_EQ(status({"buffer_dump", "tapout", "0", "1"}), Status::INVALID_PARAMETER);
-  EXPECT_EQ(status({"buffer_dump", "tapout", "x"}), Status::INVALID_PARAMETER);
-  EXPECT_EQ(status({"buffer_dump", "tapout", "00"}), Status::INVALID_PARAMETER);
-  EXPECT_EQ(status({"buffer_dump", "Tapout", "0"}), Status::INVALID_PARAMETER);
-  EXPECT_EQ(status({"buffer_dump", "inject", "9"}), Status::INVALID_PARAMETER);
-  EXPECT_EQ(status({"buffer_dump", "inject", "-1"}), Status::INVALID_PARAMETER);
+  for (const Lines& bad : {Lines{"buffer_dump"}, Lines{"buffer_dump", "tapout"}, Lines{"buffer_dump", "tapout", "0", "1"},
+                           Lines{"buffer_dump", "tapout", "x"}, Lines{"buffer_dump", "tapout", "00"},
+                           Lines{"buffer_dump", "Tapout", "0"}, Lines{"buffer_dump", "inject", "9"},
+                           Lines{"buffer_dump", "inject", "-1"}}) {
+    EXPECT_EQ(status(bad), Status::INVALID_PARAMETER) << ::testing::PrintToString(bad);
+  }
   EXPECT_EQ(capture.count("buffer is null"), 0u);
 
   // Disabled: only the null line, nothing in the result.
