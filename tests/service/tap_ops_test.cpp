@@ -315,6 +315,14 @@ TEST_F(TapOpsTest, TapInfoSendsTheAddressAndRendersTheReply) {
   ASSERT_EQ(1u, requests.size());
   t.extra = 0;  // the request carries only the address
   ExpectInfoRequestFor(requests[0], t);
+
+  // The reply's block length is little-endian at 20.
+  FakeControlDriver::Action reply;
+  reply.fill = [](const Request&, std::vector<uint8_t>& r) { memcpy(r.data() + 20, "\x78\x56\x34\x12", 4); };
+  driver_->Queue(reply);
+  svc().TapInfo(2, static_cast<int32_t>(kImic), 0, &result);
+  EXPECT_EQ(std::string(kHeader) + "\n  imic.0    0kHz, 0ch, 0bps     305419896 -         -         0        ",
+            result.strList.back());
 }
 
 TEST_F(TapOpsTest, TapInfoFailureAndCutAddresses) {
@@ -370,6 +378,14 @@ TEST_F(TapOpsTest, SettingCommandLinesAndByteLayouts) {
       {[&](LumxService& s, CommandResult* r) { s.TapSetBlockLength(2, imic, 1, 0, r); }, 0, false,
        CMD_LUMX_TAP_SET_BLOCK_LEN_ID, kTapSetBlockLenCmdSize, {"LUM core 2 tap imic.1 set block length 0"},
        {0x63, 0x69, 0x6d, 0x69, 1, 2, 0, 0, 0, 0, 0, 0}},
+      // Little-endian at 16; the request line is cut at 63 characters.
+      {[&](LumxService& s, CommandResult* r) { s.TapSetBlockLength(2, imic, 1, 0x180, r); }, 0, false,
+       CMD_LUMX_TAP_SET_BLOCK_LEN_ID, kTapSetBlockLenCmdSize, {"LUM core 2 tap imic.1 set block length 384"},
+       {0x63, 0x69, 0x6d, 0x69, 1, 2, 0, 0, 0x80, 0x01, 0, 0}},
+      {[&](LumxService& s, CommandResult* r) { s.TapSetBlockLength(-2147483647 - 1, imic, -2147483647 - 1, 0x12345678, r); },
+       0, false, CMD_LUMX_TAP_SET_BLOCK_LEN_ID, kTapSetBlockLenCmdSize,
+       {"LUM core -2147483648 tap imic.-2147483648 set block length 3054"},
+       {0x63, 0x69, 0x6d, 0x69, 0, 0, 0, 0, 0x78, 0x56, 0x34, 0x12}},
       {[&](LumxService& s, CommandResult* r) { s.TapSetBlockLength(3, imic, 1, -1, r); }, -22, false,
        CMD_LUMX_TAP_SET_BLOCK_LEN_ID, kTapSetBlockLenCmdSize,
        {"LUM core 3 tap imic.1 set block length 4294967295", "CMD_LUMX_TAP_SET_BLOCK_LEN_ID failed, status -22"},
@@ -390,15 +406,77 @@ TEST_F(TapOpsTest, SettingCommandLinesAndByteLayouts) {
     FakeControlDriver::Action action = lumx_test::Status(c.dspStatus);
     action.silent = c.silent;
     driver_->Queue(action);
+    LogCapture log;
     CommandResult result;
     c.call(svc(), &result);
     EXPECT_EQ(c.lines.size() == 1 ? Status::OK : Status::ERROR, result.status);
     EXPECT_EQ(c.lines, result.strList);
+    EXPECT_EQ(c.lines[0], log.messages("lumx").front());
     auto requests = driver_->Requests();
     ASSERT_EQ(++n, requests.size());
     ASSERT_EQ(c.size, requests.back().size());
     EXPECT_EQ(c.opcode, Opcode(requests.back()));
     EXPECT_EQ(c.tail, Request(requests.back().begin() + 8, requests.back().end()));
+  }
+}
+
+// Every operation logs its exit under its own name (a copied call naming
+// another operation is caught only here); Ping and the two streaming calls
+// log nothing. The DSP echoes every command with status 0.
+TEST_F(TapOpsTest, EveryOperationLogsItsExitUnderItsOwnName) {
+  const int32_t imic = static_cast<int32_t>(kImic), nope = static_cast<int32_t>(FourCc("nope"));
+  const ParamValue one = ParamValue::make<ParamValue::Tag::i>(1);
+  const std::vector<ParamIdElementPair> pairs(1);
+  std::vector<ParamValue> values;
+#define OP(body) [&](LumxService& s, CommandResult* r) { body; }
+  const std::pair<const char*, std::function<void(LumxService&, CommandResult*)>> cases[] = {
+      {"", OP((void)s.Ping(); (void)r)},
+      {"ShowGraph", OP(s.ShowGraph(r))},
+      {"ListProcessors", OP(s.ListProcessors(r))},
+      {"ListSupportedProcessors", OP(s.ListSupportedProcessors(r))},
+      {"NewProcessorWithType", OP(s.NewProcessor(nope, r))},
+      {"NewProcessorWithType", OP(s.NewProcessorWithType(nope, nope, r))},
+      {"DeleteProcessor", OP(s.DeleteProcessor(nope, r))},
+      {"ListSupportedUseCases", OP(s.ListSupportedUseCases(r))},
+      {"EnableUseCase", OP(s.Enable("x", true, r))},
+      {"IsUseCaseEnabled", OP(s.IsEnabled("x", r))},
+      {"ProcessorInfo", OP(s.ProcessorInfo(nope, r))},
+      {"ProcessorEnable", OP(s.ProcessorEnable(nope, true, r))},
+      {"ProcessorIsEnabled", OP(s.ProcessorIsEnabled(nope, r))},
+      {"TapList", OP(s.TapList(2, r))},
+      {"TapInfo", OP(s.TapInfo(2, imic, 0, r))},
+      {"TapEnable", OP(s.TapEnable(2, imic, 0, true, r))},
+      {"TapSetBlockLength", OP(s.TapSetBlockLength(2, imic, 0, 480, r))},
+      {"ListTapOutBuffers", OP(s.ListTapOutBuffers(r))},
+      {"ListInjectBuffers", OP(s.ListInjectBuffers(r))},
+      {"Connect", OP(s.Connect(nope, 20, 21, r))},
+      {"ConnectTap", OP(s.ConnectTap(2, imic, 0, 20, 21, r))},
+      {"handleEnableBuffers", OP(s.StartIo(99, r))},
+      {"handleEnableBuffers", OP(s.StopIo(99, r))},
+      {"Debug", OP(s.Debug({}, r))},
+      {"EnableUseCase", OP(s.EnableUseCase(UseCase::UNSPECIFIED, false, r))},
+      {"IsUseCaseEnabled", OP(s.IsUseCaseEnabled(UseCase::HOTWORDAEC, r))},
+      {"SetParameter", OP(s.SetParameter(nope, ParameterId::TEST_MODE, 0, one, r))},
+      {"GetParameter", OP(s.GetParameter(nope, ParameterId::TEST_MODE, 0, &values.emplace_back(), r))},
+      {"SetParameterBulk", OP(s.SetParameterBulk(nope, pairs, {one}, r))},
+      {"GetParameterBulk", OP(s.GetParameterBulk(nope, pairs, r, &values))},
+      {"ListParameters", OP(s.ListParameters(r))},
+      {"", OP(s.SendAudio(nope, AudioPacket(), r))},
+      {"", OP(s.RegisterReceiveAudioCallback(nope, nullptr, r))},
+  };
+#undef OP
+  for (size_t i = 0; i < sizeof(cases) / sizeof(cases[0]); ++i) {
+    SCOPED_TRACE("operation " + std::to_string(i + 1));
+    LogCapture log;
+    CommandResult result;
+    cases[i].second(svc(), &result);
+    const std::vector<std::string> lines = log.messages("lumx");
+    if (*cases[i].first == '\0') {
+      EXPECT_TRUE(lines.empty());
+    } else {
+      ASSERT_FALSE(lines.empty());
+      EXPECT_EQ(0u, lines.back().rfind(std::string(cases[i].first) + ": ", 0)) << lines.back();
+    }
   }
 }
 
