@@ -133,6 +133,7 @@ TEST_F(BufferOpsTest, SuffixesNameAndNumberTheBuffers) {
                                 "  10        tapout10  -         -         0        ",
                             }));
   const CommandResult inject = ListInject();
+  EXPECT_EQ(inject.status, Status::OK);
   EXPECT_EQ(inject.strList, (Lines{
                                 "Inject buffers:",
                                 "  Id        Name      InProc    OutProc   Enabled  ",
@@ -140,9 +141,6 @@ TEST_F(BufferOpsTest, SuffixesNameAndNumberTheBuffers) {
                                 "  1         inject1   -         -         0        ",
                                 "  7         inject7   -         -         0        ",
                             }));
-  EXPECT_TRUE(capture.contains("ListTapOutBuffers"));
-  EXPECT_TRUE(capture.contains("ListTapOutBuffers: CommandResult{status: OK"));
-  EXPECT_TRUE(capture.contains("ListInjectBuffers: CommandResult{status: OK"));
 }
 
 TEST_F(BufferOpsTest, DuplicateIdKeepsTheFirstPathInNameOrder) {
