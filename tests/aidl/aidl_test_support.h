@@ -16,6 +16,7 @@
 #include <android/binder_to_string.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <condition_variable>
@@ -25,6 +26,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -59,18 +61,14 @@ inline bool ReadWholeFile(const std::string& path, std::string* out) {
 }
 
 // ---------------------------------------------------------------------------
-// .aidl parser: just enough of the grammar for this package (nested
-// parcelables, unions, enums and interfaces; annotations are skipped).
+// The .aidl as parsed: what the binding must agree with.
 
 struct AidlArg {
-  std::string dir;  // "in", "out" or "inout"
-  std::string type;
-  std::string name;
+  std::string dir, type, name;  // dir: "in", "out" or "inout"
 };
 struct AidlMethod {
   bool oneway = false;
-  std::string ret;
-  std::string name;
+  std::string ret, name;
   std::vector<AidlArg> args;
 };
 struct AidlInterface {
@@ -78,13 +76,11 @@ struct AidlInterface {
   std::vector<AidlMethod> methods;
 };
 struct AidlEnum {
-  std::string name;
-  std::string backing;  // "byte" unless @Backing says otherwise
+  std::string name, backing;  // backing: "byte" unless @Backing says otherwise
   std::vector<std::pair<std::string, int64_t>> values;
 };
 struct AidlStruct {
-  std::string kind;  // "parcelable" or "union"
-  std::string name;
+  std::string kind, name;  // kind: "parcelable" or "union"
   std::vector<std::pair<std::string, std::string>> fields;  // type, name
 };
 struct AidlFile {
@@ -94,174 +90,92 @@ struct AidlFile {
   std::map<std::string, AidlStruct> structs;
 };
 
-class AidlParser {
- public:
-  explicit AidlParser(const std::string& s) {
-    for (size_t i = 0; i < s.size();) {
-      const auto word = [&](size_t k) { return k < s.size() && (isalnum(static_cast<unsigned char>(s[k])) || s[k] == '_'); };
-      size_t e = i + 1;
-      if (isspace(static_cast<unsigned char>(s[i]))) {
-        ++i;
-        continue;
-      } else if (s.compare(i, 2, "//") == 0) {
-        e = s.find('\n', i);
-      } else if (s.compare(i, 2, "/*") == 0) {
-        e = s.find("*/", i + 2);
-        e = e == std::string::npos ? e : e + 2;
-      } else if (s[i] == '"') {
-        e = s.find('"', i + 1);
-        toks_.push_back(s.substr(i, e == std::string::npos ? e : e + 1 - i));
-        e = e == std::string::npos ? e : e + 1;
-      } else if (word(i)) {
-        while (word(e) || (e < s.size() && s[e] == '.')) ++e;
-        toks_.push_back(s.substr(i, e - i));
-      } else {
-        toks_.push_back(std::string(1, s[i]));
-      }
-      i = e == std::string::npos ? s.size() : e;
-    }
-  }
+inline std::string Trim(const std::string& t) {
+  const size_t b = t.find_first_not_of(" \t\n"), e = t.find_last_not_of(" \t\n");
+  return b == std::string::npos ? "" : t.substr(b, e + 1 - b);
+}
+inline std::vector<std::string> Split(const std::string& t, char sep) {
+  std::vector<std::string> out;
+  std::istringstream in(t);
+  for (std::string part; std::getline(in, part, sep);)
+    if (!Trim(part).empty()) out.push_back(Trim(part));
+  return out;
+}
+inline std::string NoSpace(std::string t) {
+  t.erase(std::remove_if(t.begin(), t.end(), [](char c) { return isspace(static_cast<unsigned char>(c)); }), t.end());
+  return t;
+}
 
-  bool Parse(AidlFile* file, std::string* error) {
-    file_ = file;
-    while (ok_ && pos_ < toks_.size()) {
-      if (Accept("package")) {
-        file->package = Next();
-        Expect(";");
-      } else if (Accept("import")) {
-        while (pos_ < toks_.size() && !Accept(";")) ++pos_;
-      } else {
-        Decl(Annotations());
-      }
+// Just enough of the grammar for this package: each declaration's own
+// members are its body with nested declarations cut out; annotations other
+// than @Backing are dropped.
+inline AidlFile ParseAidl(std::string s) {
+  AidlFile f;
+  for (size_t i = 0; (i = s.find('/', i)) != std::string::npos;) {  // comments
+    const size_t e = s.compare(i, 2, "//") == 0 ? s.find('\n', i) : s.compare(i, 2, "/*") == 0 ? s.find("*/", i) + 2 : i + 1;
+    if (e != i + 1) s.replace(i, std::min(e, s.size()) - i, " ");
+    else ++i;
+  }
+  std::smatch m;
+  if (std::regex_search(s, m, std::regex(R"(package\s+([\w.]+)\s*;)"))) f.package = m[1];
+  static const std::regex kDecl(R"re((?:@Backing\(type="(\w+)"\)\s*)?\b(parcelable|union|enum|interface)\s+(\w+)\s*\{)re");
+  for (std::sregex_iterator it(s.begin(), s.end(), kDecl), end; it != end; ++it) {
+    const std::string kind = (*it)[2], name = (*it)[3];
+    std::string own;  // the body at depth 0; a nested declaration leaves its header and a ';'
+    int depth = 1;
+    for (size_t i = static_cast<size_t>(it->position() + it->length()); i < s.size() && depth > 0; ++i) {
+      depth += (s[i] == '{') - (s[i] == '}');
+      if (depth == 1 && s[i] != '}') own += s[i];
+      if (depth == 1 && s[i] == '}') own += ';';
     }
-    if (!ok_ && error) *error = error_;
-    return ok_;
-  }
-
- private:
-  const std::string& Peek() const {
-    static const std::string kEnd;
-    return pos_ < toks_.size() ? toks_[pos_] : kEnd;
-  }
-  std::string Next() { return pos_ < toks_.size() ? toks_[pos_++] : std::string(); }
-  bool Accept(const std::string& t) { return Peek() == t && (++pos_, true); }
-  bool Expect(const std::string& t) {
-    if (Accept(t)) return true;
-    if (ok_) error_ = "expected '" + t + "' at token " + std::to_string(pos_) + " '" + Peek() + "'";
-    return ok_ = false;
-  }
-  static bool IsDecl(const std::string& t) {
-    return t == "parcelable" || t == "union" || t == "enum" || t == "interface";
-  }
-
-  // Skips annotations; returns the type named by @Backing(type="..."), if any.
-  std::string Annotations() {
-    std::string backing = "byte";
-    while (Accept("@")) {
-      std::string name = Next();
-      if (!Accept("(")) continue;
-      for (int depth = 1; depth > 0 && pos_ < toks_.size();) {
-        std::string t = Next();
-        depth += (t == "(") - (t == ")");
-        if (name == "Backing" && t.size() > 2 && t[0] == '"') backing = t.substr(1, t.size() - 2);
-      }
-    }
-    return backing;
-  }
-
-  std::string Type() {
-    std::string t = Next();
-    if (Accept("<")) {
-      t += "<" + Type();
-      while (Accept(",")) t += "," + Type();
-      if (Expect(">")) t += ">";
-    }
-    while (Peek() == "[" && pos_ + 1 < toks_.size() && toks_[pos_ + 1] == "]") {
-      pos_ += 2;
-      t += "[]";
-    }
-    return t;
-  }
-
-  void Decl(const std::string& backing) {
-    std::string kind = Next(), name = Next();
-    if (!Expect("{")) return;
+    own = std::regex_replace(own, std::regex(R"(@\w+(\([^)]*\))?)"), " ");
     if (kind == "enum") {
-      AidlEnum& e = file_->enums[name];
-      e = {name, backing, {}};
-      for (int64_t next = 0; ok_ && !Accept("}"); (void)(Peek() == "}" || Expect(","))) {
-        Annotations();
-        std::string id = Next();
-        if (Accept("=")) {
-          bool negative = Accept("-");
-          next = std::strtoll(Next().c_str(), nullptr, 0) * (negative ? -1 : 1);
-        }
-        e.values.emplace_back(id, next++);
+      AidlEnum& e = f.enums[name];
+      e = {name, (*it)[1].matched ? (*it)[1].str() : "byte", {}};
+      int64_t next = 0;
+      for (const std::string& v : Split(own, ',')) {
+        const size_t eq = v.find('=');
+        if (eq != std::string::npos) next = std::strtoll(Trim(v.substr(eq + 1)).c_str(), nullptr, 0);
+        e.values.emplace_back(Trim(v.substr(0, eq)), next++);
       }
-      return;
-    }
-    if (!IsDecl(kind)) {
-      error_ = "unknown declaration kind '" + kind + "'";
-      ok_ = false;
-      return;
+      continue;
     }
     AidlInterface iface{name, {}};
     AidlStruct st{kind, name, {}};
-    while (ok_ && !Accept("}")) {
-      std::string b = Annotations();
-      if (IsDecl(Peek())) {
-        Decl(b);
-      } else if (kind == "interface") {
-        AidlMethod m;
-        m.oneway = Accept("oneway");
-        m.ret = Type();
-        m.name = Next();
-        Expect("(");
-        while (ok_ && !Accept(")")) {
-          Annotations();
-          AidlArg a{"in", "", ""};
-          if (Peek() == "in" || Peek() == "out" || Peek() == "inout") a.dir = Next();
-          a.type = Type();
-          a.name = Next();
-          m.args.push_back(a);
-          if (Peek() != ")") Expect(",");
+    static const std::regex kMethod(R"(^(oneway\s+)?(.+?)\s+(\w+)\s*\((.*)\)$)");
+    static const std::regex kArg(R"(^(?:(in|out|inout)\s+)?(.+?)\s+(\w+)$)");
+    static const std::regex kField(R"(^(.+?)\s+(\w+)\s*(=.*)?$)");
+    static const std::regex kNested(R"(^(parcelable|union|enum|interface)\s)");
+    for (const std::string& stmt : Split(own, ';')) {
+      if (std::regex_search(stmt, kNested)) continue;
+      if (kind == "interface" && std::regex_match(stmt, m, kMethod)) {
+        AidlMethod meth{m[1].matched, NoSpace(m[2]), m[3], {}};
+        for (const std::string& a : Split(m[4], ',')) {
+          std::smatch am;
+          if (std::regex_match(a, am, kArg)) meth.args.push_back({am[1].matched ? am[1].str() : "in", NoSpace(am[2]), am[3]});
         }
-        Expect(";");
-        iface.methods.push_back(m);
+        iface.methods.push_back(meth);
+      } else if (kind != "interface" && std::regex_match(stmt, m, kField)) {
+        st.fields.emplace_back(NoSpace(m[1]), m[2]);
       } else {
-        std::string type = Type(), field = Next();
-        if (Accept("=")) {
-          while (pos_ < toks_.size() && Peek() != ";") ++pos_;
-        }
-        Expect(";");
-        st.fields.emplace_back(type, field);
+        ADD_FAILURE() << "cannot read '" << stmt << "' in " << name;
       }
     }
     if (kind == "interface") {
-      file_->interfaces[name] = iface;
+      f.interfaces[name] = iface;
     } else {
-      file_->structs[name] = st;
+      f.structs[name] = st;
     }
   }
-
-  std::vector<std::string> toks_;
-  size_t pos_ = 0;
-  bool ok_ = true;
-  std::string error_;
-  AidlFile* file_ = nullptr;
-};
+  return f;
+}
 
 // Parses the interface source once per process.
 inline const AidlFile& ParsedAidl() {
   static const AidlFile* parsed = [] {
-    auto* f = new AidlFile;
-    std::string text, error;
-    if (!ReadWholeFile(AidlPath(), &text)) {
-      ADD_FAILURE() << "cannot read " << AidlPath();
-    } else if (!AidlParser(text).Parse(f, &error)) {
-      ADD_FAILURE() << AidlPath() << ": " << error;
-    }
-    return f;
+    std::string text;
+    if (!ReadWholeFile(AidlPath(), &text)) ADD_FAILURE() << "cannot read " << AidlPath();
+    return new AidlFile(ParseAidl(text));
   }();
   return *parsed;
 }

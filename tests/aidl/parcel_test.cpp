@@ -228,8 +228,6 @@ TEST(AidlParcel, ReaderToleratesOlderAndNewerSenders) {
 }
 
 TEST(ParamValueDeathTest, WrongTagAbortsWithTheAssertionText) {
-  const ParamValue f = ParamValue::make<ParamValue::f>(1.0f);
-  EXPECT_DEATH((void)f.get<ParamValue::i>(), "assertion \"bad access: a wrong tag\" failed");
   ParamValue i = ParamValue::make<ParamValue::i>(3);
   EXPECT_DEATH((void)i.get<ParamValue::f>(), "ILumx\\.h:[0-9]+: .*get.*: assertion \"bad access: a wrong tag\" failed");
   // The same number in the other alternative is another value.
