@@ -34,41 +34,7 @@ std::vector<uint8_t> Ints(std::vector<uint8_t> head, std::initializer_list<int32
   return head;
 }
 
-// A TestService of this process, reached over its socket by raw peers and by
-// the runtime.
-class BinderBoundsTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    static int n = 0;
-    name_ = "lumx.test.ITestService/bounds" + std::to_string(++n);
-    service_ = ndk::SharedRefBase::make<lumx_test::TestService>(&shared_);
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(service_->asBinder().get(), name_.c_str()));
-    path_ = lumx_host::ServiceSocketPath(name_.c_str());
-    log_.setEcho(false);
-  }
-  void TearDown() override { shared_.release.store(true); }
-
-  std::unique_ptr<RawPeer> Greeted(uint64_t* id) {
-    auto peer = std::make_unique<RawPeer>(path_);
-    EXPECT_TRUE(peer->Hello());
-    *id = peer->ServiceId(name_);
-    return peer;
-  }
-  bool ServiceWorks() {
-    ndk::SpAIBinder b(lumx_host::ConnectToServiceSocket(name_.c_str()));
-    auto svc = ITestService::fromBinder(b);
-    int32_t ret = 0;
-    return svc != nullptr && svc->echo(31, &ret).isOk() && ret == 31;
-  }
-
-  lumx_test::BinderDirScope dir_;
-  // The registry keeps the service, and its view of this, for good.
-  ServerShared& shared_ = *new ServerShared();
-  std::shared_ptr<lumx_test::TestService> service_;
-  std::string name_, path_;
-  const std::vector<uint8_t> token_ = StringBytes(ITestService::descriptor);
-  lumx_host::LogCapture log_;
-};
+using BinderBoundsTest = lumx_test::LocalServiceTest;
 
 TEST_F(BinderBoundsTest, PeersThatDoNotKeepUpAreCutOffAndTheirQueuedCallsNeverRun) {
   const struct {
@@ -248,6 +214,14 @@ TEST(BinderDirectoryTest, TheDirectoryAndTheSocketPathMustBeOurs) {
     EXPECT_EQ((std::vector<std::string>{"addService(lumx.test.ITestService/planted): " + c.logged}),
               log.messages("binder"));
   }
+  // A directory the runtime makes itself is private.
+  setenv("LUMX_BINDER_DIR", (r + "/made").c_str(), 1);
+  EXPECT_EQ(r + "/made", lumx_host::BinderRuntimeDir());
+  auto made = ndk::SharedRefBase::make<lumx_test::TestService>(new ServerShared());  // kept by the registry
+  EXPECT_EQ(EX_NONE, AServiceManager_addService(made->asBinder().get(), "lumx.test.ITestService/made"));
+  struct stat st;
+  ASSERT_EQ(0, stat((r + "/made").c_str(), &st));
+  EXPECT_EQ(0700u, st.st_mode & 0777u);
   // The default: under $XDG_RUNTIME_DIR when set, else in /tmp per uid.
   unsetenv("LUMX_BINDER_DIR");
   const char* xdg = getenv("XDG_RUNTIME_DIR");

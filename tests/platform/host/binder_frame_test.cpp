@@ -2,15 +2,10 @@
 // oversized and nonsensical frames over raw sockets: each bad connection is
 // answered with an error or closed, and the service keeps serving.
 #include <gtest/gtest.h>
-#include <lumx_host/binder_host.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include "platform/host/binder/frame.h"
 #include "platform/host/binder/internal.h"
 #include "raw_peer.h"
-#include "test_util.h"
 
 namespace {
 
@@ -136,41 +131,7 @@ TEST(FrameDecoderTest, EncoderRefusesFramesAboveTheLimit) {
 using lumx_test::RawPeer;
 using lumx_test::StringBytes;
 
-class LiveServiceTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    static int n = 0;
-    name_ = "lumx.test.ITestService/raw" + std::to_string(++n);
-    service_ = ndk::SharedRefBase::make<lumx_test::TestService>(&shared_);
-    // The registry keeps the service (and its view of shared_) for good.
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(service_->asBinder().get(), name_.c_str()));
-    path_ = lumx_host::ServiceSocketPath(name_.c_str());
-  }
-
-  void ExpectServiceWorks() {
-    ndk::SpAIBinder b(lumx_host::ConnectToServiceSocket(name_.c_str()));
-    auto svc = lumx_test::ITestService::fromBinder(b);
-    ASSERT_NE(nullptr, svc);
-    ASSERT_TRUE(AIBinder_isRemote(b.get())) << "went through the socket";
-    int32_t ret = 0;
-    ASSERT_TRUE(svc->echo(31, &ret).isOk());
-    EXPECT_EQ(31, ret);
-  }
-
-  uint64_t ServiceId(RawPeer* peer) {
-    Frame reply;
-    EXPECT_EQ(STATUS_OK, peer->Call(0, lumx_binder::kGetServiceTransaction, StringBytes(name_), {},
-                                    &reply));
-    EXPECT_EQ(1u, reply.objects.size());
-    return reply.objects.empty() ? 0 : reply.objects[0].id;
-  }
-
-  lumx_test::BinderDirScope dir_;
-  lumx_test::ServerShared& shared_ = *new lumx_test::ServerShared();
-  std::shared_ptr<lumx_test::TestService> service_;
-  std::string name_;
-  std::string path_;
-};
+using LiveServiceTest = lumx_test::LocalServiceTest;
 
 TEST_F(LiveServiceTest, GarbageAndOversizedFramesCloseOnlyTheirConnection) {
   const int fds_before = lumx_test::CountOpenFds(getpid());
@@ -208,7 +169,7 @@ TEST_F(LiveServiceTest, GarbageAndOversizedFramesCloseOnlyTheirConnection) {
   }  // hangs up mid-frame
   EXPECT_TRUE(lumx_test::WaitUntil([&] { return lumx_test::CountOpenFds(getpid()) <= fds_before; }))
       << "descriptors of closed connections are released";
-  ExpectServiceWorks();
+  EXPECT_TRUE(ServiceWorks());
 }
 
 TEST_F(LiveServiceTest, NonsenseTransactionsGetErrorReplies) {
@@ -216,10 +177,10 @@ TEST_F(LiveServiceTest, NonsenseTransactionsGetErrorReplies) {
   ASSERT_TRUE(peer.Hello());
   EXPECT_EQ(STATUS_BAD_VALUE, peer.Call(12345, 1, {})) << "unknown target object";
   EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, peer.Call(0, 1, {})) << "context object, unknown code";
-  const uint64_t id = ServiceId(&peer);
+  const uint64_t id = peer.ServiceId(name_);
   ASSERT_NE(0u, id);
 
-  std::vector<uint8_t> token = StringBytes(lumx_test::ITestService::descriptor);
+  const std::vector<uint8_t>& token = token_;
   EXPECT_EQ(STATUS_OK, peer.Call(id, lumx_binder::kPingTransaction, {}));
   EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, peer.Call(id, 0x01000000, token)) << "reserved code";
   EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, peer.Call(id, 999, token)) << "code the stub ignores";
@@ -261,37 +222,29 @@ TEST_F(LiveServiceTest, NonsenseTransactionsGetErrorReplies) {
   bad.code = 1;
   ASSERT_TRUE(peer.Send(bad));
   EXPECT_TRUE(peer.Closed());
-  ExpectServiceWorks();
+  EXPECT_TRUE(ServiceWorks());
 }
 
-TEST_F(LiveServiceTest, ObjectsHandedToARawPeerAreReleasedWhenItHangsUp) {
-  std::vector<uint8_t> token = StringBytes(lumx_test::ITestService::descriptor);
-  {
-    RawPeer peer(path_);
-    ASSERT_TRUE(peer.Hello());
-    const uint64_t id = ServiceId(&peer);
+TEST_F(LiveServiceTest, ObjectsHandedToARawPeerAreReleasedOnHangUpOrRelease) {
+  for (const bool hang_up : {true, false}) {
+    SCOPED_TRACE(hang_up ? "hang-up" : "release frame");
+    auto peer = std::make_unique<RawPeer>(path_);
+    ASSERT_TRUE(peer->Hello());
+    const uint64_t id = peer->ServiceId(name_);
     Frame reply;
-    ASSERT_EQ(STATUS_OK,
-              peer.Call(id, lumx_test::ITestService::TRANSACTION_newSession, token, {}, &reply));
+    ASSERT_EQ(STATUS_OK, peer->Call(id, lumx_test::ITestService::TRANSACTION_newSession, token_, {}, &reply));
     ASSERT_EQ(1u, reply.objects.size());
-    EXPECT_EQ(0, shared_.sessions_destroyed.load());
-  }
-  EXPECT_TRUE(lumx_test::WaitUntil([&] { return shared_.sessions_destroyed.load() == 1; }));
-  {
-    RawPeer peer(path_);
-    ASSERT_TRUE(peer.Hello());
-    const uint64_t id = ServiceId(&peer);
-    Frame reply;
-    ASSERT_EQ(STATUS_OK,
-              peer.Call(id, lumx_test::ITestService::TRANSACTION_newSession, token, {}, &reply));
-    ASSERT_EQ(1u, reply.objects.size());
-    // Releasing it explicitly works as well.
+    EXPECT_EQ(hang_up ? 0 : 1, shared_.sessions_destroyed.load());
     Frame rel;
     rel.type = lumx_binder::kFrameRelease;
     rel.target = reply.objects[0].id;
     rel.code = 1;
-    ASSERT_TRUE(peer.Send(rel));
-    EXPECT_TRUE(lumx_test::WaitUntil([&] { return shared_.sessions_destroyed.load() == 2; }));
+    if (hang_up) {
+      peer.reset();
+    } else {
+      ASSERT_TRUE(peer->Send(rel));
+    }
+    EXPECT_TRUE(lumx_test::WaitUntil([&] { return shared_.sessions_destroyed.load() == (hang_up ? 1 : 2); }));
   }
 }
 

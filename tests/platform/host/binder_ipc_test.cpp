@@ -8,11 +8,7 @@
 #include <lumx_host/binder_host.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/un.h>
-
-#include <condition_variable>
-#include <mutex>
 
 #include "test_util.h"
 
@@ -29,64 +25,14 @@ namespace {
 using lumx_test::BinderDirScope;
 using lumx_test::Child;
 using lumx_test::ConnectTestService;
+using lumx_test::Gettid;
 using lumx_test::ITestCallback;
 using lumx_test::ITestService;
+using lumx_test::RecordingCallback;
 using lumx_test::RunTestServer;
 using lumx_test::ServerShared;
 using lumx_test::Shared;
 using lumx_test::WaitUntil;
-
-pid_t Gettid() { return static_cast<pid_t>(syscall(SYS_gettid)); }
-
-// Records where and how it was called.
-class RecordingCallback : public lumx_test::BnTestCallback {
- public:
-  ndk::ScopedAStatus onEvent(int32_t v, int32_t* ret) override {
-    last_tid = Gettid();
-    if (reenter != nullptr) {
-      int32_t echoed = 0;
-      ndk::ScopedAStatus s = reenter->echo(v * 10, &echoed);
-      if (!s.isOk()) return s;
-      *ret = echoed;
-      return ndk::ScopedAStatus::ok();
-    }
-    *ret = v + 1;
-    return ndk::ScopedAStatus::ok();
-  }
-
-  ndk::ScopedAStatus onOneway(int32_t seq, const std::vector<uint8_t>& payload) override {
-    int now = running.fetch_add(1) + 1;
-    if (now > 1) overlapped = true;
-    {
-      std::unique_lock<std::mutex> l(mu);
-      if (hold) cv.wait(l, [this] { return !hold; });
-      seqs.push_back(seq);
-      bytes += payload.size();
-    }
-    running.fetch_sub(1);
-    return ndk::ScopedAStatus::ok();
-  }
-
-  size_t Received() {
-    std::lock_guard<std::mutex> l(mu);
-    return seqs.size();
-  }
-  void Release() {
-    std::lock_guard<std::mutex> l(mu);
-    hold = false;
-    cv.notify_all();
-  }
-
-  std::atomic<pid_t> last_tid{0};
-  std::shared_ptr<ITestService> reenter;
-  std::mutex mu;
-  std::condition_variable cv;
-  bool hold = false;
-  std::vector<int32_t> seqs;
-  size_t bytes = 0;
-  std::atomic<int> running{0};
-  std::atomic<bool> overlapped{false};
-};
 
 // Every child is forked before this process starts runtime threads (children
 // that act later wait for `go`): ThreadSanitizer does not support fork() in a
@@ -238,15 +184,12 @@ TEST_F(BinderIpcTest, OnewayCallsArriveInOrderOneAtATimeAndNeverBlockTheCaller) 
 
   // A stuck receiver: the sender's one-way calls start failing with
   // WOULD_BLOCK instead of blocking or piling up without bound.
-  {
-    std::lock_guard<std::mutex> l(cb->mu);
-    cb->hold = true;
-  }
+  cb->Hold(true);
   ASSERT_TRUE(svc->fireOneway(1000000, 1024, &sent, &err).isOk());
   EXPECT_EQ(STATUS_WOULD_BLOCK, err);
   EXPECT_GT(sent, 10);
   EXPECT_LT(sent, 1000000);
-  cb->Release();
+  cb->Hold(false);
   const size_t expected = 300 + static_cast<size_t>(sent);
   ASSERT_TRUE(WaitUntil([&] { return cb->Received() == expected; }));
 
@@ -459,20 +402,6 @@ TEST(ThreadPoolConfigTest, ImplicitStartDoesNotFixTheMaximum) {
     _exit(0);
   });
   EXPECT_EQ(0, child.Wait());
-}
-
-TEST(BinderRuntimeDirTest, DefaultDirectoryIsPrivate) {
-  lumx_test::TempDir parent;
-  const std::string dir = parent.path() + "/rt";
-  setenv("LUMX_BINDER_DIR", dir.c_str(), 1);
-  EXPECT_EQ(dir, lumx_host::BinderRuntimeDir());
-  Shared<ServerShared> shared;
-  Child server([&] { RunTestServer("lumx.test.ITestService/dir", shared.get()); });
-  ASSERT_TRUE(WaitUntil([&] { return shared->ready.load() == 1; }));
-  struct stat st;
-  ASSERT_EQ(0, stat(dir.c_str(), &st));
-  EXPECT_EQ(0700u, st.st_mode & 0777u);
-  unsetenv("LUMX_BINDER_DIR");
 }
 
 }  // namespace

@@ -176,16 +176,7 @@ TEST(BinderObjectTest, InterfaceTokenMismatchIsBadType) {
   EXPECT_TRUE(AIBinder_associateClass(b.get(), CounterClass()));
 }
 
-class Callback : public lumx_test::BnTestCallback {
- public:
-  ndk::ScopedAStatus onEvent(int32_t v, int32_t* ret) override {
-    *ret = v + 1;
-    return ndk::ScopedAStatus::ok();
-  }
-  ndk::ScopedAStatus onOneway(int32_t, const std::vector<uint8_t>&) override {
-    return ndk::ScopedAStatus::ok();
-  }
-};
+using Callback = lumx_test::RecordingCallback;
 
 TEST(InterfaceTest, BnKeepsOneBinderWhileHeldAndFromBinderGivesTheLocalObject) {
   std::shared_ptr<Callback> cb = ndk::SharedRefBase::make<Callback>();

@@ -9,11 +9,16 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
+#include <lumx_host/binder_host.h>
+#include <lumx_host/log_capture.h>
+
 #include "platform/host/binder/frame.h"
 #include "platform/host/binder/internal.h"
+#include "test_util.h"
 
 namespace lumx_test {
 
@@ -129,6 +134,46 @@ class RawPeer {
   bool connected_ = false;
   lumx_binder::FrameDecoder decoder_;
   uint64_t txn_ = 0;
+};
+
+// A TestService of this process under a fresh name, reached over its socket
+// by raw peers and by the runtime. Its log lines are captured, not echoed.
+class LocalServiceTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    static int n = 0;
+    name_ = "lumx.test.ITestService/local" + std::to_string(++n);
+    service_ = ndk::SharedRefBase::make<TestService>(&shared_);
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service_->asBinder().get(), name_.c_str()));
+    path_ = lumx_host::ServiceSocketPath(name_.c_str());
+    log_.setEcho(false);
+  }
+  void TearDown() override { shared_.release.store(true); }
+
+  // A proxy of the service through its socket, not the local object.
+  std::shared_ptr<ITestService> Remote() {
+    ndk::SpAIBinder b(lumx_host::ConnectToServiceSocket(name_.c_str()));
+    return AIBinder_isRemote(b.get()) ? ITestService::fromBinder(b) : nullptr;
+  }
+  bool ServiceWorks() {
+    auto svc = Remote();
+    int32_t ret = 0;
+    return svc != nullptr && svc->echo(31, &ret).isOk() && ret == 31;
+  }
+  std::unique_ptr<RawPeer> Greeted(uint64_t* id) {
+    auto peer = std::make_unique<RawPeer>(path_);
+    EXPECT_TRUE(peer->Hello());
+    *id = peer->ServiceId(name_);
+    return peer;
+  }
+
+  BinderDirScope dir_;
+  // The registry keeps the service, and its view of this, for good.
+  ServerShared& shared_ = *new ServerShared();
+  std::shared_ptr<TestService> service_;
+  std::string name_, path_;
+  const std::vector<uint8_t> token_ = StringBytes(ITestService::descriptor);
+  lumx_host::LogCapture log_;
 };
 
 }  // namespace lumx_test

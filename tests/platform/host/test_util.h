@@ -14,12 +14,14 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -36,15 +38,11 @@ class TempDir {
  public:
   TempDir() {
     char tmpl[] = "/tmp/lumx-platform-test-XXXXXX";
-    char* p = mkdtemp(tmpl);
-    path_ = p != nullptr ? p : "";
+    path_ = mkdtemp(tmpl) != nullptr ? tmpl : "";
   }
   ~TempDir() {
-    if (!path_.empty()) {
-      std::string cmd = "rm -rf '" + path_ + "'";
-      if (system(cmd.c_str()) != 0) {
-      }
-    }
+    std::error_code ec;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
   }
   const std::string& path() const { return path_; }
 
@@ -123,6 +121,8 @@ inline bool WaitUntil(const std::function<bool()>& cond, double seconds = 20.0) 
   }
   return true;
 }
+
+inline pid_t Gettid() { return static_cast<pid_t>(syscall(SYS_gettid)); }
 
 inline int CountOpenFds(pid_t pid) {
   std::string path = "/proc/" + std::to_string(pid) + "/fd";
@@ -290,24 +290,13 @@ class ITestService : public ndk::ICInterface {
 
   virtual ndk::ScopedAStatus echo(int32_t v, int32_t* ret) = 0;
   virtual ndk::ScopedAStatus echoBinder(const ndk::SpAIBinder& b, ndk::SpAIBinder* ret) = 0;
-  // Calls cb->onEvent(v) on the binder thread serving this call, or from a
-  // plain thread of the server that this call waits for.
   virtual ndk::ScopedAStatus callBack(const std::shared_ptr<ITestCallback>& cb, int32_t v, bool fromThread,
                                       int32_t* ret) = 0;
-  // Keeps cb and watches it for death; returns whether it is the same
-  // object as the one stored before.
   virtual ndk::ScopedAStatus storeCallback(const std::shared_ptr<ITestCallback>& cb, bool* same) = 0;
-  // From a plain server thread, makes `count` one-way calls on the stored
-  // callback with `payload_size` bytes each; returns how many succeeded
-  // (they stop at the first failure, whose status goes to *first_error).
   virtual ndk::ScopedAStatus fireOneway(int32_t count, int32_t payload_size, int32_t* sent, int32_t* first_error) = 0;
-  // Calls the stored callback synchronously; the binder status of that call.
   virtual ndk::ScopedAStatus callStored(int32_t v, int32_t* status) = 0;
-  // Blocks until released through the shared state.
   virtual ndk::ScopedAStatus block() = 0;
-  // A new server-side object handed to the caller.
   virtual ndk::ScopedAStatus newSession(ndk::SpAIBinder* ret) = 0;
-  // Fails with a service-specific error carrying a message.
   virtual ndk::ScopedAStatus failWith(int32_t code, const std::string& message) = 0;
 
   static std::shared_ptr<ITestService> fromBinder(const ndk::SpAIBinder& binder);
@@ -417,7 +406,13 @@ inline AIBinder_Class* const g_session_clazz = AIBinder_Class_define(
     [](void* shared) { static_cast<ServerShared*>(shared)->sessions_destroyed.fetch_add(1); },
     [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t { return STATUS_OK; });
 
-// The server implementation used by the tests' server processes.
+// The server of the tests. callBack calls cb->onEvent on the serving thread
+// or from a plain thread it waits for; storeCallback keeps cb, watches it for
+// death and tells whether it is the object stored before; fireOneway makes
+// `count` one-way calls on the stored callback from a plain thread, stopping
+// at the first failure; callStored returns the status of a synchronous call
+// on it; block waits for `release`; newSession hands out a new object whose
+// destruction is counted; failWith returns a service-specific error.
 class TestService : public BnTestService {
  public:
   explicit TestService(ServerShared* shared) : shared_(shared) {}
@@ -506,6 +501,47 @@ class TestService : public BnTestService {
   std::mutex mu_;
   std::shared_ptr<ITestCallback> stored_;
   ndk::ScopedAIBinder_DeathRecipient death_;
+};
+
+// A client callback: onEvent answers v + 1 (or, with `reenter` set, what
+// the service echoes for v * 10); onOneway records the sequence numbers,
+// waits while `hold` is set, and notes any overlap of two calls.
+class RecordingCallback : public BnTestCallback {
+ public:
+  ndk::ScopedAStatus onEvent(int32_t v, int32_t* ret) override {
+    last_tid = Gettid();
+    if (reenter != nullptr) return reenter->echo(v * 10, ret);
+    *ret = v + 1;
+    return ndk::ScopedAStatus::ok();
+  }
+  ndk::ScopedAStatus onOneway(int32_t seq, const std::vector<uint8_t>&) override {
+    if (running.fetch_add(1) > 0) overlapped = true;
+    {
+      std::unique_lock<std::mutex> l(mu);
+      cv.wait(l, [this] { return !hold; });
+      seqs.push_back(seq);
+    }
+    running.fetch_sub(1);
+    return ndk::ScopedAStatus::ok();
+  }
+  size_t Received() {
+    std::lock_guard<std::mutex> l(mu);
+    return seqs.size();
+  }
+  void Hold(bool on) {
+    std::lock_guard<std::mutex> l(mu);
+    hold = on;
+    cv.notify_all();
+  }
+
+  std::atomic<pid_t> last_tid{0};
+  std::shared_ptr<ITestService> reenter;
+  std::mutex mu;
+  std::condition_variable cv;
+  bool hold = false;
+  std::vector<int32_t> seqs;
+  std::atomic<int> running{0};
+  std::atomic<bool> overlapped{false};
 };
 
 // Body of a forked server process: registers a TestService under `name`
