@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <tuple>
 
 #include "platform/host/binder/internal.h"
 #include "test_util.h"
@@ -35,28 +36,19 @@ struct Point {
   std::vector<float> weights;
 
   binder_status_t writeToParcel(AParcel* parcel) const {
-    int32_t start = AParcel_getDataPosition(parcel);
-    binder_status_t st = AParcel_writeInt32(parcel, 0);
-    if (st != STATUS_OK) return st;
-    if ((st = ndk::AParcel_writeData(parcel, x)) != STATUS_OK) return st;
-    if ((st = ndk::AParcel_writeData(parcel, name)) != STATUS_OK) return st;
-    if ((st = ndk::AParcel_writeData(parcel, weights)) != STATUS_OK) return st;
-    int32_t end = AParcel_getDataPosition(parcel);
+    const int32_t start = AParcel_getDataPosition(parcel);
+    const binder_status_t st = lumx_test::WriteArgs(parcel, int32_t{0}, x, name, weights);
+    const int32_t end = AParcel_getDataPosition(parcel);
     AParcel_setDataPosition(parcel, start);
     AParcel_writeInt32(parcel, end - start);
     AParcel_setDataPosition(parcel, end);
-    return STATUS_OK;
+    return st;
   }
   binder_status_t readFromParcel(const AParcel* parcel) {
-    int32_t start = AParcel_getDataPosition(parcel);
+    const int32_t start = AParcel_getDataPosition(parcel);
     int32_t size = 0;
-    binder_status_t st = AParcel_readInt32(parcel, &size);
-    if (st != STATUS_OK) return st;
-    if (size < 4) return STATUS_BAD_VALUE;
-    if ((st = ndk::AParcel_readData(parcel, &x)) != STATUS_OK) return st;
-    if ((st = ndk::AParcel_readData(parcel, &name)) != STATUS_OK) return st;
-    if ((st = ndk::AParcel_readData(parcel, &weights)) != STATUS_OK) return st;
-    return AParcel_setDataPosition(parcel, start + size);
+    binder_status_t st = lumx_test::ReadArgs(parcel, &size, &x, &name, &weights);
+    return st != STATUS_OK ? st : size < 4 ? STATUS_BAD_VALUE : AParcel_setDataPosition(parcel, start + size);
   }
   bool operator==(const Point& o) const {
     return x == o.x && name == o.name && weights == o.weights;
@@ -329,29 +321,22 @@ TEST(ParcelTest, OutArraySizeAndResizeBounds) {
 
 TEST(ParcelTest, StatusHeaderLayoutAndRoundTrip) {
   ScopedAParcel p = NewParcel();
-  ndk::ScopedAStatus ok = ndk::ScopedAStatus::ok();
-  ASSERT_EQ(STATUS_OK, AParcel_writeStatusHeader(p.get(), ok.get()));
-  EXPECT_EQ(4, AParcel_getDataSize(p.get()));
-  EXPECT_EQ(0, Int32At(p, 0));
+  ASSERT_EQ(STATUS_OK, AParcel_writeStatusHeader(p.get(), ndk::ScopedAStatus::ok().get()));
+  EXPECT_EQ(std::vector<int32_t>{0}, WordsOf(p));
 
+  // ex, "bad" (4 + 4), empty stack trace, code.
   ScopedAParcel q = NewParcel();
   ndk::ScopedAStatus ss = ndk::ScopedAStatus::fromServiceSpecificErrorWithMessage(42, "bad");
   ASSERT_EQ(STATUS_OK, AParcel_writeStatusHeader(q.get(), ss.get()));
-  // ex, "bad" (4 + 4), empty stack trace, code.
-  EXPECT_EQ(EX_SERVICE_SPECIFIC, Int32At(q, 0));
-  EXPECT_EQ(3, Int32At(q, 4));
-  EXPECT_EQ(0, Int32At(q, 12));
-  EXPECT_EQ(42, Int32At(q, 16));
+  EXPECT_EQ((std::vector<int32_t>{EX_SERVICE_SPECIFIC, 3, 0x00646162, 0, 42}), WordsOf(q));
   Rewind(q);
   ndk::ScopedAStatus back;
   ASSERT_EQ(STATUS_OK, AParcel_readStatusHeader(q.get(), back.getR()));
-  EXPECT_EQ(EX_SERVICE_SPECIFIC, back.getExceptionCode());
-  EXPECT_EQ(42, back.getServiceSpecificError());
-  EXPECT_STREQ("bad", back.getMessage());
+  EXPECT_EQ(std::make_tuple(EX_SERVICE_SPECIFIC, 42, std::string("bad")),
+            std::make_tuple(back.getExceptionCode(), back.getServiceSpecificError(), std::string(back.getMessage())));
 
   ScopedAParcel r = NewParcel();
-  ndk::ScopedAStatus tf = ndk::ScopedAStatus::fromStatus(STATUS_NO_MEMORY);
-  EXPECT_EQ(STATUS_NO_MEMORY, AParcel_writeStatusHeader(r.get(), tf.get()))
+  EXPECT_EQ(STATUS_NO_MEMORY, AParcel_writeStatusHeader(r.get(), ndk::ScopedAStatus::fromStatus(STATUS_NO_MEMORY).get()))
       << "a transport failure is returned, not written";
   EXPECT_EQ(0, AParcel_getDataSize(r.get()));
 
