@@ -104,7 +104,9 @@ template <typename T>
 void ExpectWire(const T& v, const std::vector<int32_t>& words) {
   ScopedAParcel p = NewParcel();
   ASSERT_EQ(STATUS_OK, Write(p.get(), v));
-  if (!words.empty()) EXPECT_EQ(words, WordsOf(p));
+  if (!words.empty()) {
+    EXPECT_EQ(words, WordsOf(p));
+  }
   Rewind(p);
   T back{};
   ASSERT_EQ(STATUS_OK, Read(p.get(), &back));
@@ -112,7 +114,9 @@ void ExpectWire(const T& v, const std::vector<int32_t>& words) {
   EXPECT_EQ(AParcel_getDataSize(p.get()), AParcel_getDataPosition(p.get()));
   for (int32_t n = 0; n < AParcel_getDataSize(p.get()); n += 4) {
     ScopedAParcel cut = NewParcel();
-    if (n > 0) ASSERT_EQ(STATUS_OK, AParcel_appendFrom(p.get(), cut.get(), 0, n));
+    if (n > 0) {
+      ASSERT_EQ(STATUS_OK, AParcel_appendFrom(p.get(), cut.get(), 0, n));
+    }
     Rewind(cut);
     T part{};
     EXPECT_NE(STATUS_OK, Read(cut.get(), &part)) << "cut to " << n << " bytes";
