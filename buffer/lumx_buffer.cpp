@@ -220,3 +220,18 @@ LumxBuffer::FormatFields LumxBuffer::formatFields() const {
   return {static_cast<uint32_t>(w >> 48), static_cast<uint32_t>(w), static_cast<uint32_t>((w >> 32) & 0xFF),
           static_cast<uint32_t>((w >> 40) & 0xFF)};
 }
+
+// ---- Counters ----
+
+void LumxBufferStats::Reset() {
+  for (lumx::StatCounter* c : {&rxPackets, &rxBytes, &rxLost, &cutAlignment, &cutVersion, &cutOversize, &cutNoMagic,
+                               &cutExcess, &skippedBytes, &readErrors, &reopens, &eofEpisodes, &eofReads,
+                               &jitterMaxUs, &txPackets, &txTimeouts, &txCut}) {
+    c->Reset();
+  }
+  for (lumx::StatCounter& c : txFailures) c.Reset();
+  processUs.Reset();
+  lastError.Reset();
+}
+
+void LumxBuffer::resetStats() { stats_.Reset(); }

@@ -101,7 +101,7 @@ constexpr int kLumWriteTimedOut = -110;
 // fields, an inject buffer the tx fields.
 struct LumxBufferStats {
   lumx::StatCounter rxPackets;
-  lumx::StatCounter rxBytes;
+  lumx::StatCounter rxBytes;  // payload bytes of the packets delivered
   lumx::StatCounter rxLost;  // packet numbers skipped by forward jumps
   // Packets skipped or cut, by reason.
   lumx::StatCounter cutAlignment;
@@ -123,6 +123,8 @@ struct LumxBufferStats {
   lumx::StatCounter txFailures[kTxFailureKinds];
   lumx::StatCounter txTimeouts;
   lumx::StatCounter txCut;  // packets the device took only in part
+
+  void Reset();
 
   static size_t TxFailureIndex(int status) {
     if (status == kLumWriteTimedOut) return 6;
@@ -205,6 +207,10 @@ class LumxBuffer {
   uint32_t formatChannels() const { return formatFields().channels; }
   uint32_t formatBytesPerSample() const { return formatFields().bytesPerSample; }
   const LumxBufferStats& stats() const { return stats_; }
+  // Clears every counter (the dump's reset); the stream goes on untouched.
+  void resetStats();
+  // Its I/O thread is alive (a thread may end by itself and stay unjoined).
+  bool ioThreadAlive() const { return ioThreadAlive_.load(std::memory_order_relaxed); }
   uint64_t rxPacketCount() const { return rxPacketCount_.load(std::memory_order_relaxed); }
   // Stores a 64-byte header as the stream format, as the I/O thread does on a
   // format change. For processor tests; never while the thread runs.
@@ -253,8 +259,9 @@ class LumxBuffer {
   // A complete packet (at `packet`, followed by `excess` bytes that belong
   // to no packet): bookkeeping and delivery. False when the thread must end.
   bool rxComplete(RxState& st, const uint8_t* packet, uint32_t excess);
-  // Hands the payload of `packet` to every output.
-  void deliver(const uint8_t* packet, uint32_t packetNum, uint32_t payloadSize);
+  // Hands the payload of `packet`, which arrived at `arrivalNs`, to every
+  // output.
+  void deliver(const uint8_t* packet, uint32_t packetNum, uint32_t payloadSize, int64_t arrivalNs);
   // Sleeps `us` microseconds or until handleDisable() wakes the thread.
   void ioSleep(unsigned int us);
   // End of file on the device: backs off (10 ms doubling to 200 ms).
@@ -299,7 +306,11 @@ class LumxBuffer {
   // channels << 32 | sample rate: the compared fields of format_.
   std::atomic<uint64_t> formatWord_{0};
   uint32_t expectedPacketSize_ = 0;
+  // One block period of the stored format (I/O thread only).
+  int64_t blockPeriodNs_ = 0;
   std::atomic<uint64_t> rxPacketCount_{0};
+  // The I/O thread runs: set before it starts, cleared as it ends.
+  std::atomic<bool> ioThreadAlive_{false};
   LumxBufferStats stats_;
   // One line per second per cause for what a faulty device can repeat.
   lumx::LogRateLimiter writeErrorLog_;

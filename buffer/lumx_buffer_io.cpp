@@ -183,6 +183,7 @@ int LumxBuffer::Enable(bool enable) {
   rxPacketCount_.store(0, std::memory_order_relaxed);
   addDeliverer();
   enabled_.store(true);
+  ioThreadAlive_.store(true, std::memory_order_relaxed);
   ioThread_ = std::thread(&LumxBuffer::ioProcess, this);
   ioThreadRunning_ = true;
   return 0;
@@ -334,6 +335,7 @@ void LumxBuffer::ioSleep(unsigned int us) {
 void LumxBuffer::rxReset() {
   memset(format_, 0, sizeof format_);
   storeFormatFields(format_);
+  blockPeriodNs_ = BlockPeriodNs(format_);
   expectedPacketSize_ = kLumIoBlockSize;
 }
 
@@ -413,7 +415,6 @@ LumxBuffer::Assembly LumxBuffer::rxAssemble(RxState& st, const uint8_t* data, si
 
 int LumxBuffer::rxAccept(RxState& st, size_t n) {
   if (n == 0) return 0;
-  stats_.rxBytes.Add(n);
   if (n % 8 != 0) {
     LUMX_LOGE("%s: RX alignment error, %u bytes received", name_.c_str(), static_cast<unsigned>(n));
     stats_.cutAlignment.Add();
@@ -500,10 +501,14 @@ bool LumxBuffer::rxComplete(RxState& st, const uint8_t* packet, uint32_t excess)
   }
   if (packetBuffer_ == nullptr || !enabled_.load(std::memory_order_relaxed)) return false;
 
+  // The packet's arrival: the start of its write deadline, and for the
+  // counters its inter-arrival time and processing time.
   const int64_t now = NowNs();
   const uint32_t packetNum = lumx::GetLe32(packet + kPktNumOffset);
   if (packetNum - st.lastPacketNum != 1) {
     LUMX_LOGI("%s %s RX packet_num jump %u -> %u", name_.c_str(), "ioProcess", st.lastPacketNum, packetNum);
+    // Numbers skipped forward were packets the DSP made and this buffer
+    // never saw; the first packet of a stream and a step back lose nothing.
     const uint32_t ahead = packetNum - st.lastPacketNum;
     if (st.lastArrivalNs != 0 && ahead != 0 && ahead < 0x80000000u) stats_.rxLost.Add(ahead - 1);
   }
@@ -519,6 +524,7 @@ bool LumxBuffer::rxComplete(RxState& st, const uint8_t* packet, uint32_t excess)
   }
   rxPacketCount_.store(count + 1, std::memory_order_relaxed);
   stats_.rxPackets.Add();
+  stats_.rxBytes.Add(payloadSize);
 
   if (!SameFormat(format_, packet)) {
     char before[32];
@@ -528,18 +534,19 @@ bool LumxBuffer::rxComplete(RxState& st, const uint8_t* packet, uint32_t excess)
     LUMX_LOGI("%s: RX format change %s --> %s", name_.c_str(), before, after);
     memcpy(format_, packet, kLumPacketHeaderSize);
     storeFormatFields(format_);
-  } else if (st.lastArrivalNs != 0) {
-    const int64_t delta = now - st.lastArrivalNs - BlockPeriodNs(format_);
+    blockPeriodNs_ = BlockPeriodNs(format_);
+  } else if (lumx::kStatsEnabled && st.lastArrivalNs != 0) {
+    const int64_t delta = now - st.lastArrivalNs - blockPeriodNs_;
     stats_.jitterMaxUs.Max(static_cast<uint64_t>(delta < 0 ? -delta : delta) / 1000);
   }
   st.lastArrivalNs = now;
 
-  deliver(packet, packetNum, payloadSize);
-  stats_.processUs.Record(static_cast<uint64_t>(NowNs() - now) / 1000);
+  deliver(packet, packetNum, payloadSize, now);
+  if (lumx::kStatsEnabled) stats_.processUs.Record(static_cast<uint64_t>(NowNs() - now) / 1000);
   return true;
 }
 
-void LumxBuffer::deliver(const uint8_t* packet, uint32_t packetNum, uint32_t payloadSize) {
+void LumxBuffer::deliver(const uint8_t* packet, uint32_t packetNum, uint32_t payloadSize, int64_t arrivalNs) {
   // Enter the delivery section: odd sequence, then a full fence so that a
   // binder thread that unpublishes something after this point either sees
   // the odd value or has its change seen by the loads below.
@@ -548,7 +555,9 @@ void LumxBuffer::deliver(const uint8_t* packet, uint32_t packetNum, uint32_t pay
   std::atomic_thread_fence(std::memory_order_seq_cst);
 
   const uint8_t* in = packet + kLumPacketHeaderSize;
-  const int64_t budgetNs = BlockPeriodNs(format_);
+  // Every output of this packet must have been prepared within one block
+  // period of its arrival.
+  const int64_t slotDeadlineNs = arrivalNs + blockPeriodNs_;
   const OutputList* outputs = outputSnapshot_.load(std::memory_order_acquire);
   for (LumxProcessor* p : *outputs) {
     // Read once: a binder thread may rewire the processor meanwhile.
@@ -562,7 +571,7 @@ void LumxBuffer::deliver(const uint8_t* packet, uint32_t packetNum, uint32_t pay
       if (out->enabled_.load()) {
         // Another tap-out thread may be filling this block for a processor
         // registered on both; wait for it, within this packet's deadline.
-        if (out->acquireWriteSlot(NowNs() + budgetNs)) {
+        if (out->acquireWriteSlot(slotDeadlineNs)) {
           uint8_t* block = out->ioBuffer_;
           memcpy(block, format_, kLumPacketHeaderSize);
           memcpy(block + kPktOpaqueOffset, packet + kPktOpaqueOffset, 8);
@@ -604,6 +613,11 @@ void LumxBuffer::deliver(const uint8_t* packet, uint32_t packetNum, uint32_t pay
 
 void LumxBuffer::ioProcess() {
   if (!isRead_) return;
+  // Cleared however the thread ends, also when it ends by itself.
+  struct AliveFlag {
+    std::atomic<bool>& flag;
+    ~AliveFlag() { flag.store(false, std::memory_order_relaxed); }
+  } alive{ioThreadAlive_};
   SetThreadRealtimePriority();
   rxReset();
   RxState st;

@@ -121,3 +121,18 @@ uint64_t Lumxd::wakeLockHeldNs() const {
   const uint64_t current = since != 0 ? static_cast<uint64_t>(lumx::MonotonicNowNs() - since) : 0;
   return wakeLockStats_.heldNs.Get() + current;
 }
+
+void Lumxd::resetStats() {
+  controlStats_.commands.Reset();
+  controlStats_.timeouts.Reset();
+  controlStats_.unmatchedReplies.Reset();
+  controlStats_.reopens.Reset();
+  controlStats_.lastError.Reset();
+  watchStats_.events.Reset();
+  wakeLockStats_.acquisitions.Reset();
+  wakeLockStats_.heldNs.Reset();
+  // A holding under way restarts its clock; a release racing with this finds
+  // either time and adds at most the part since the reset.
+  int64_t since = wakeLockSinceNs_.load(std::memory_order_relaxed);
+  if (since != 0) wakeLockSinceNs_.compare_exchange_strong(since, MonotonicNs(), std::memory_order_relaxed);
+}

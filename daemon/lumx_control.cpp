@@ -36,7 +36,7 @@ int64_t MonotonicUs() { return lumx::MonotonicNowNs() / 1000; }
 }  // namespace
 
 void Lumxd::openLumxControl() {
-  controlFd_.reset();
+  setControlFd(-1);
 
   const std::string path = LumxDevPath("zch-lumx_control");
   bool found = false;
@@ -62,7 +62,7 @@ void Lumxd::openLumxControl() {
     fprintf(stderr, "ERROR: Failed to open %s: %s", path.c_str(), strerror(err));
     return;
   }
-  controlFd_.reset(fd);
+  setControlFd(fd);
   LUMX_LOGI("Opened %s\n", path.c_str());
 }
 
@@ -90,7 +90,7 @@ int32_t Lumxd::SendLumxCommand(uint16_t opcode, CMD_HDR* cmd, size_t size) {
     LUMX_LOGE("%s: Trying again\n", "SendLumxCommand");
     // The driver may have restarted under us: one fresh open, one resend of
     // the same message (same id).
-    controlFd_.reset();
+    setControlFd(-1);
     controlStats_.reopens.Add();
     openLumxControl();
     if (controlFd_.get() == -1) return -1;

@@ -6,6 +6,7 @@
 #include <event2/event.h>
 #include <signal.h>
 #include <sys/inotify.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -26,7 +27,17 @@ Lumxd& Lumxd::Instance() {
   return instance;
 }
 
-Lumxd::Lumxd() {
+namespace {
+
+int64_t MonotonicNowNs() {
+  struct timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+}  // namespace
+
+Lumxd::Lumxd() : startNs_(MonotonicNowNs()) {
   printf("Lumxd start\n");
   fflush(stdout);
   // The control device is opened only when the driver is up ("lum" first);
@@ -53,7 +64,7 @@ void Lumxd::reopenLumxControl() {
 
 void Lumxd::closeLumxControl() {
   lumx::MutexLock lock(&commandMutex);
-  controlFd_.reset();
+  setControlFd(-1);
 }
 
 void Lumxd::BinderThread(int) {

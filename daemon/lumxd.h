@@ -85,6 +85,16 @@ class Lumxd {
   const WakeLockStats& wakeLockStats() const { return wakeLockStats_; }
   // Total time the lock has been held, the current holding included.
   uint64_t wakeLockHeldNs() const;
+  // The dump's view, read without commandMutex or the wake-lock lock (an
+  // exchange holds the former for its whole reply budget): whether the
+  // control device is open and whether the lock is held, each as last set.
+  bool controlOpenNow() const { return controlOpen_.load(std::memory_order_relaxed); }
+  bool wakeLockHeldNow() const { return wakeLockSinceNs_.load(std::memory_order_relaxed) != 0; }
+  // Monotonic time at which the singleton was constructed.
+  int64_t startNs() const { return startNs_; }
+  // Clears the control, watch and wake-lock counters; a lock held now counts
+  // its time from here on.
+  void resetStats();
 
   // ---- Seams for the device watch and for tests ----
   int controlFd() EXCLUDES(commandMutex) {
@@ -114,11 +124,18 @@ class Lumxd {
 
   // One event of a read: the control node's own reaction, then the service's.
   void handleInotifyEvent(inotify_event* event);
+  // Every change of controlFd_ goes through here, so controlOpen_ follows it.
+  void setControlFd(int fd) REQUIRES(commandMutex) {
+    controlFd_.reset(fd);
+    controlOpen_.store(fd >= 0, std::memory_order_relaxed);
+  }
 
   event_base* eventBase_ = nullptr;
   event* setupEvent_ = nullptr;
   lumx::unique_fd inotifyFd_;
   lumx::unique_fd controlFd_ GUARDED_BY(commandMutex);
+  std::atomic<bool> controlOpen_{false};
+  const int64_t startNs_;
   event* inotifyEvent_ = nullptr;
   // The service mutex serialises most callers, but StartIo/StopIo re-evaluate
   // the lock without it; this small lock keeps the flag and the power calls

@@ -305,6 +305,8 @@ class AudioRelayProcessor::ClientSender {
       }
     }
     const uint64_t dropped = c.dropped.Get();
+    // A dump's reset brings the count back down: nothing new was dropped.
+    if (dropped < droppedSeen_) droppedSeen_ = dropped;
     if (dropped != droppedSeen_) {
       droppedSeen_ = dropped;
       LUMX_LOGW_LIMITED(c.slowLimit, "relay client slow", "%s %s: client too slow, %llu oldest blocks dropped",
@@ -541,6 +543,13 @@ void AudioRelayProcessor::RegisterReceiveAudioCallback(std::shared_ptr<IReceiveA
   // The old reference is dropped outside the lock: releasing a remote
   // callback may talk to the binder driver, which the I/O thread must not
   // wait for.
+}
+
+void AudioRelayProcessor::resetStats() {
+  LumxProcessor::resetStats();
+  clientCounters_->sent.Reset();
+  clientCounters_->failed.Reset();
+  clientCounters_->dropped.Reset();
 }
 
 RelayClientStats AudioRelayProcessor::clientStats() const {

@@ -79,6 +79,8 @@ class AudioRelayProcessor : public LumxProcessor {
   static bool TelephonyUseCaseEnabled();
 
   RelayClientStats clientStats() const EXCLUDES(dataMutex_);
+  // Clears the base counters and the client's.
+  void resetStats();
 
  private:
   class ClientSender;  // the sender thread and its queue

@@ -74,6 +74,11 @@ class LumxProcessor {
   // Blocks handled while enabled, and how many of them failed (for the dump).
   uint64_t blocksProcessed() const { return blocksProcessed_.Get(); }
   uint64_t blocksFailed() const { return blocksFailed_.Get(); }
+  // Clears the two counters above (the dump's reset).
+  void resetStats() {
+    blocksProcessed_.Reset();
+    blocksFailed_.Reset();
+  }
 
   // Lifetime pins. A pinned processor that is removed from the service's map
   // is retired instead of deleted; the holder of the last pin deletes it.
