@@ -3,6 +3,7 @@
 #include <android/binder_ibinder.h>
 #include <android/binder_ibinder_platform.h>
 #include <android/log.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -233,8 +234,24 @@ binder_status_t AIBinder_ping(AIBinder* binder) {
 
 binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint32_t numArgs) {
   if (binder == nullptr) return STATUS_UNEXPECTED_NULL;
-  // Dumping another process's object is not carried by the socket transport.
-  if (binder->remote) return STATUS_INVALID_OPERATION;
+  if (binder->remote) {
+    // The object's process writes to (its copy of) `fd`; this returns once
+    // it has finished.
+    if (fd < 0) return STATUS_BAD_VALUE;
+    if (numArgs > 0 && args == nullptr) return STATUS_UNEXPECTED_NULL;
+    AParcel in;
+    binder_status_t st = AParcel_writeInt32(&in, static_cast<int32_t>(numArgs));
+    for (uint32_t i = 0; st == STATUS_OK && i < numArgs; ++i) {
+      if (args[i] == nullptr) return STATUS_UNEXPECTED_NULL;
+      st = AParcel_writeString(&in, args[i], static_cast<int32_t>(strlen(args[i])));
+    }
+    if (st != STATUS_OK) return st;
+    ProxyBinder* p = static_cast<ProxyBinder*>(binder);
+    AParcel* out = nullptr;
+    st = p->conn->Transact(p->remote_id, lumx_binder::kDumpTransaction, &in, &out, 0, fd);
+    AParcel_delete(out);
+    return st;
+  }
   const AIBinder_Class* c = binder->clazz.load();
   if (c == nullptr || c->on_dump == nullptr) return STATUS_OK;
   return c->on_dump(binder, fd, args, numArgs);

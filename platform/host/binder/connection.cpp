@@ -2,6 +2,7 @@
 
 #include <android/log.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -162,6 +163,75 @@ void Connection::OnReadable(Work** inline_work) {
 
 void Connection::Received(const uint8_t* data, size_t n) { decoder_.Append(data, n); }
 
+ssize_t Connection::Receive(int fd, uint8_t* buf, size_t max, int flags) {
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * kMaxLooseFds)];
+  iovec iov = {buf, max};
+  msghdr msg = {};
+  msg.msg_iov = &iov;
+  msg.msg_iovlen = 1;
+  msg.msg_control = control;
+  msg.msg_controllen = sizeof control;
+  const ssize_t n = recvmsg(fd, &msg, flags | MSG_CMSG_CLOEXEC);
+  if (n < 0) return n;
+  const uint64_t begin = rx_total_;
+  rx_total_ += static_cast<uint64_t>(n);
+  if (msg.msg_controllen > 0) {
+    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c != nullptr; c = CMSG_NXTHDR(&msg, c)) {
+      if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_RIGHTS) continue;
+      const size_t count = (c->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+      for (size_t i = 0; i < count; ++i) {
+        int received;
+        memcpy(&received, CMSG_DATA(c) + i * sizeof(int), sizeof received);
+        loose_fds_.push_back(LooseFd{lumx::unique_fd(received), begin, rx_total_});
+      }
+    }
+  }
+  // The kernel closed what did not fit; either way the peer sends
+  // descriptors no frame of this transport carries.
+  if ((msg.msg_flags & MSG_CTRUNC) != 0 || loose_fds_.size() > kMaxLooseFds) {
+    loose_fds_.clear();
+    errno = EPROTO;
+    return -1;
+  }
+  return n;
+}
+
+void Connection::TakeFrameFd(uint64_t start, uint64_t size) {
+  frame_fd_.reset();
+  while (!loose_fds_.empty()) {
+    LooseFd& f = loose_fds_.front();
+    if (f.end <= start) {
+      // It came with bytes before this frame: a frame that takes none.
+      loose_fds_.pop_front();
+      continue;
+    }
+    if (f.begin <= start && f.end <= start + size) {
+      frame_fd_ = std::move(f.fd);
+      loose_fds_.pop_front();
+    }
+    // Otherwise it belongs to a frame that starts later.
+    return;
+  }
+}
+
+bool Connection::ReserveDumpSlot() {
+  Looper& lp = rt()->looper;
+  lumx::MutexLock l(&mu_);
+  if (dumps_held_ >= kMaxDumpsPerConnection) return false;
+  if (lp.dumps_held.fetch_add(1) >= kMaxDumpsTotal) {
+    lp.dumps_held.fetch_sub(1);
+    return false;
+  }
+  ++dumps_held_;
+  return true;
+}
+
+void Connection::ReleaseDumpSlot() {
+  rt()->looper.dumps_held.fetch_sub(1);
+  lumx::MutexLock l(&mu_);
+  --dumps_held_;
+}
+
 void Connection::UpdatePartial() {
   Looper& lp = rt()->looper;
   const size_t now_held = decoder_.buffered();
@@ -204,7 +274,10 @@ Connection::ReadResult Connection::HandleBuffered(Work** inline_work, ThreadStat
                                                   PendingCall* call) {
   Frame f;
   DecodeStatus st;
+  uint64_t start = rx_total_ - decoder_.buffered();
   while ((st = decoder_.Next(&f)) == DecodeStatus::kOk) {
+    TakeFrameFd(start, f.wire_size);
+    start += f.wire_size;
     if (Closing()) return ReadResult::kBroken;  // nothing more of a closed peer runs
     if (need_hello_) {
       if (f.type != kFrameHello || f.target == 0) {
@@ -231,6 +304,7 @@ Connection::ReadResult Connection::HandleBuffered(Work** inline_work, ThreadStat
       if (call->done || !caller->inbox.empty()) return ReadResult::kCallerDone;
     }
   }
+  frame_fd_.reset();  // a frame that did not take its descriptor
   if (st == DecodeStatus::kError) close_reason_ = decoder_.error();
   if (close_reason_ != nullptr) {
     char why[128];
@@ -265,7 +339,7 @@ Connection::ReadResult Connection::ReadBatch(Work** inline_work) {
       if (decoder_.buffered() > 0) return ReadResult::kYield;
       max = kTightReadChunk;
     }
-    ssize_t n = recv(fd, buf, max, MSG_DONTWAIT);
+    ssize_t n = Receive(fd, buf, max, MSG_DONTWAIT);
     if (n > 0) {
       Received(buf, static_cast<size_t>(n));
       share -= static_cast<size_t>(n) < share ? static_cast<size_t>(n) : share;
@@ -300,7 +374,7 @@ bool Connection::ReadAsCaller(ThreadState* ts, PendingCall* call) {
       if (call->done || !ts->inbox.empty()) break;
     }
     UpdatePartial();
-    ssize_t n = recv(fd, buf, kReadChunk, 0);
+    ssize_t n = Receive(fd, buf, kReadChunk, 0);
     if (n > 0) {
       Received(buf, static_cast<size_t>(n));
       continue;
@@ -433,7 +507,8 @@ bool Connection::HandleTransact(Frame&& f, Work** inline_work) {
       IncStrong(b);
     }
   }
-  if (b == nullptr || code == kPingTransaction || !InUserRange(code)) {
+  const bool dump = code == kDumpTransaction;
+  if (b == nullptr || code == kPingTransaction || (!InUserRange(code) && !dump)) {
     if (b != nullptr) DecStrong(b);
     if (oneway) {
       ack_dropped();
@@ -448,7 +523,23 @@ bool Connection::HandleTransact(Frame&& f, Work** inline_work) {
     return true;
   }
 
+  if (dump && (oneway || !frame_fd_.ok() || !ReserveDumpSlot())) {
+    // A dump answers once its output is written: never one-way. Without
+    // its descriptor there is nothing to write to; past the limits, the
+    // descriptor is not kept.
+    const bool had_fd = frame_fd_.ok();
+    DecStrong(b);
+    frame_fd_.reset();
+    if (oneway) {
+      ack_dropped();
+    } else {
+      ReplyError(txn, had_fd ? STATUS_WOULD_BLOCK : STATUS_BAD_VALUE);
+    }
+    return true;
+  }
+
   Work* w = new Work;
+  if (dump) w->fd = std::move(frame_fd_);
   w->conn = shared_from_this();
   w->target = b;
   w->code = code;
@@ -558,6 +649,8 @@ void Connection::OnDeath() {
   }
   std::unordered_map<uint64_t, std::pair<PendingCall*, ThreadState*>> pending;
   std::unordered_map<uint64_t, Export> exports;
+  loose_fds_.clear();
+  frame_fd_.reset();
   {
     lumx::MutexLock l(&mu_);
     dead_ = true;
@@ -682,9 +775,9 @@ void Connection::DrainLocked() {
   Looper& lp = rt()->looper;
   while (!sendq_.empty()) {
     OutBuf& b = sendq_.front();
-    ssize_t n = send(fd_.get(), b.bytes.data() + b.off, b.bytes.size() - b.off,
-                     MSG_DONTWAIT | MSG_NOSIGNAL);
+    ssize_t n = SendSome(b.bytes.data() + b.off, b.bytes.size() - b.off, b.off == 0 ? b.fd.get() : -1);
     if (n > 0) {
+      b.fd.reset();
       b.off += static_cast<size_t>(n);
       queued_ -= static_cast<size_t>(n);
       lp.queued_bytes.fetch_sub(n);
@@ -705,7 +798,27 @@ void Connection::OnWritable() {
   if (!sendq_.empty()) rt()->looper.WatchWritable(fd_.get(), id_, true);
 }
 
-binder_status_t Connection::SendBytes(std::vector<uint8_t>&& bytes, bool oneway) {
+ssize_t Connection::SendSome(const uint8_t* data, size_t size, int fd) {
+  if (fd < 0) return send(fd_.get(), data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+  iovec iov = {const_cast<uint8_t*>(data), size};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
+  memset(control, 0, sizeof control);
+  msghdr msg = {};
+  msg.msg_iov = &iov;
+  msg.msg_iovlen = 1;
+  msg.msg_control = control;
+  msg.msg_controllen = sizeof control;
+  cmsghdr* c = CMSG_FIRSTHDR(&msg);
+  c->cmsg_level = SOL_SOCKET;
+  c->cmsg_type = SCM_RIGHTS;
+  c->cmsg_len = CMSG_LEN(sizeof(int));
+  memcpy(CMSG_DATA(c), &fd, sizeof fd);
+  // The descriptor goes with the first byte of what is sent now, and the
+  // frame starts here: the receiver matches the two that way.
+  return sendmsg(fd_.get(), &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+binder_status_t Connection::SendBytes(std::vector<uint8_t>&& bytes, bool oneway, int attach_fd) {
   if (generation_ != CurrentGeneration()) return STATUS_DEAD_OBJECT;
   Looper& lp = rt()->looper;
   char why[96];
@@ -724,7 +837,7 @@ binder_status_t Connection::SendBytes(std::vector<uint8_t>&& bytes, bool oneway)
     size_t off = 0;
     if (sendq_.empty()) {
       while (off < size) {
-        ssize_t n = send(fd_.get(), bytes.data() + off, size - off, MSG_DONTWAIT | MSG_NOSIGNAL);
+        ssize_t n = SendSome(bytes.data() + off, size - off, off == 0 ? attach_fd : -1);
         if (n > 0) {
           off += static_cast<size_t>(n);
           continue;
@@ -748,6 +861,14 @@ binder_status_t Connection::SendBytes(std::vector<uint8_t>&& bytes, bool oneway)
       kill = true;
     } else {
       OutBuf b;
+      if (off == 0 && attach_fd >= 0) {
+        // Sent later, by whoever drains the queue: keep a copy until then.
+        b.fd.reset(fcntl(attach_fd, F_DUPFD_CLOEXEC, 0));
+        if (!b.fd.ok()) {
+          if (oneway) oneway_in_flight_ -= size;
+          return STATUS_FAILED_TRANSACTION;
+        }
+      }
       b.bytes = std::move(bytes);
       b.off = off;
       sendq_.push_back(std::move(b));
@@ -811,7 +932,7 @@ void Connection::SendRelease(uint64_t remote_id, int64_t count) {
 }
 
 binder_status_t Connection::Transact(uint64_t target_id, uint32_t code, const AParcel* in,
-                                     AParcel** out, uint32_t flags) {
+                                     AParcel** out, uint32_t flags, int attach_fd) {
   ThreadState* ts = CurrentThread();
   const bool oneway = (flags & FLAG_ONEWAY) != 0;
   Frame f;
@@ -841,7 +962,7 @@ binder_status_t Connection::Transact(uint64_t target_id, uint32_t code, const AP
   }
 
   if (oneway) {
-    st = SendBytes(std::move(bytes), true);
+    st = SendBytes(std::move(bytes), true, attach_fd);
     if (st != STATUS_OK) {
       Unexport(exported);
       return st;
@@ -872,7 +993,7 @@ binder_status_t Connection::Transact(uint64_t target_id, uint32_t code, const AP
     if (it != waiters_.end() && --it->second.depth <= 0) waiters_.erase(it);
   };
 
-  st = SendBytes(std::move(bytes), false);
+  st = SendBytes(std::move(bytes), false, attach_fd);
   if (st != STATUS_OK) {
     bool still_pending;
     {
@@ -907,6 +1028,14 @@ AIBinder* Connection::GetService(const std::string& name) {
   if (AParcel_readStrongBinder(out, &b) != STATUS_OK) b = nullptr;
   AParcel_delete(out);
   return b;
+}
+
+}  // namespace lumx_binder
+
+namespace lumx_binder {
+
+Work::~Work() {
+  if (fd.ok()) conn->ReleaseDumpSlot();
 }
 
 }  // namespace lumx_binder

@@ -50,6 +50,14 @@ constexpr size_t kMaxOnewayQueuedBytes = 1u << 20;
 constexpr size_t kMaxOnewayInFlight = 1u << 20;
 // The receiver acknowledges in batches of this size, or when it has run all.
 constexpr size_t kAckBatch = 64u << 10;
+// Dump transactions whose descriptor a receiver holds (queued or running),
+// per connection and per process; past them a dump is answered
+// STATUS_WOULD_BLOCK at once and its descriptor closed. Descriptors that
+// arrived without a frame that takes them are closed as soon as that is
+// known; more than kMaxLooseFds waiting for their frame close the connection.
+constexpr int kMaxDumpsPerConnection = 4;
+constexpr int kMaxDumpsTotal = 16;
+constexpr size_t kMaxLooseFds = 4;
 
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
@@ -64,8 +72,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   // A transaction on the peer's object `target_id` (0: the context object).
   // Consumes nothing; on success *out is a new parcel (empty for one-way).
+  // `attach_fd` (not owned; -1 for none) goes with the frame as SCM_RIGHTS.
   binder_status_t Transact(uint64_t target_id, uint32_t code, const AParcel* in, AParcel** out,
-                           uint32_t flags);
+                           uint32_t flags, int attach_fd = -1);
 
   // Asks the peer for its registered service `name`; a strong reference or null.
   AIBinder* GetService(const std::string& name);
@@ -84,6 +93,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // Shuts the socket down; the looper then ends the connection. `why` is
   // logged.
   void Kill(CloseCause cause, const char* why);
+  // A dump's descriptor is no longer held (its work item is gone).
+  void ReleaseDumpSlot();
   pid_t peer_pid() const { return peer_pid_; }
   uid_t peer_uid() const { return peer_uid_; }
   uint64_t id() const { return id_; }
@@ -115,6 +126,14 @@ class Connection : public std::enable_shared_from_this<Connection> {
   struct OutBuf {
     std::vector<uint8_t> bytes;
     size_t off = 0;
+    lumx::unique_fd fd;  // sent with the first byte, then closed
+  };
+  // A descriptor received and not yet taken by its frame: it came with
+  // stream bytes [begin, end) (one recvmsg).
+  struct LooseFd {
+    lumx::unique_fd fd;
+    uint64_t begin;
+    uint64_t end;
   };
 
  private:
@@ -130,6 +149,21 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // Takes what recv returned into the decoder and keeps the partial-frame
   // figures up to date.
   void Received(const uint8_t* data, size_t n);
+  // recv() that also takes descriptors the peer sent (into loose_fds_). A
+  // peer whose descriptors do not fit, or that sends more than kMaxLooseFds
+  // waiting for their frames, breaks the protocol: -1 with errno EPROTO.
+  ssize_t Receive(int fd, uint8_t* buf, size_t max, int flags);
+  // Before a frame of `size` bytes that starts at stream offset `start` is
+  // handled: descriptors that came with earlier frames are closed, and the
+  // one that came with this frame's first byte, if any, is put in
+  // frame_fd_. Linux hands a recvmsg() the descriptors of the last message
+  // it reads from and stops there, and the sender sends a frame that
+  // carries one in a message of its own, starting at the frame: so the
+  // frame is the last one that starts within that recvmsg's bytes.
+  void TakeFrameFd(uint64_t start, uint64_t size);
+  // A dump with a held descriptor may be queued (per-connection and
+  // process limits); false when one more would pass them.
+  bool ReserveDumpSlot();
   void UpdatePartial();
   // Gives the socket back and re-arms it (unless it has to wait for the
   // partial-frame budget).
@@ -153,9 +187,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // Builds a parcel from a received frame, taking references on its objects.
   binder_status_t Unflatten(Frame&& f, std::unique_ptr<AParcel>* out);
 
-  // Sends one encoded frame (see the class comment).
+  // Sends one encoded frame (see the class comment), with `attach_fd`
+  // (not owned, -1 for none) on its first byte.
   // A one-way call (`oneway`) may be refused; everything else is queued.
-  binder_status_t SendBytes(std::vector<uint8_t>&& bytes, bool oneway);
+  binder_status_t SendBytes(std::vector<uint8_t>&& bytes, bool oneway, int attach_fd = -1);
+  // send() of bytes[off, size); with the descriptor when `fd` >= 0.
+  ssize_t SendSome(const uint8_t* data, size_t size, int fd);
   binder_status_t SendFrame(const Frame& f, bool oneway);
   void ReplyError(uint64_t txn_id, binder_status_t status);
   // Sends from the backlog while the socket takes it.
@@ -177,6 +214,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   size_t partial_counted_ = 0;  // decoder bytes counted in the looper's total
   const char* close_reason_ = nullptr;
   CloseCause close_cause_ = kCloseProtocol;
+  uint64_t rx_total_ = 0;  // stream bytes received so far
+  std::deque<LooseFd> loose_fds_;
+  lumx::unique_fd frame_fd_;  // the descriptor of the frame being handled
 
   std::atomic<bool> closing_{false};
   std::atomic<int64_t> partial_since_{0};
@@ -193,6 +233,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   size_t incoming_oneway_ GUARDED_BY(mu_) = 0;
   size_t to_ack_ GUARDED_BY(mu_) = 0;
   int role_ GUARDED_BY(mu_) = kRoleFree;
+  int dumps_held_ GUARDED_BY(mu_) = 0;
   bool parked_ GUARDED_BY(mu_) = false;
   bool closed_ GUARDED_BY(mu_) = false;  // descriptor closed (after death)
 

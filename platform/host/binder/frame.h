@@ -15,6 +15,10 @@
 //   objects, each: u32 kind, u32 offset in data, u64 id, u32 descriptor
 //                  length, descriptor bytes padded to 4
 //   data: the parcel bytes (what is left of `size`)
+//
+// Descriptors do not travel in the frame: a dump transaction's descriptor
+// rides as SCM_RIGHTS ancillary data on the frame's first byte (see
+// Connection).
 #pragma once
 
 #include <stddef.h>
@@ -62,6 +66,11 @@ enum ObjectKind : uint32_t {
 // Codes the runtime answers itself, outside the user range.
 constexpr uint32_t kPingTransaction = 0x5f504e47;        // '_PNG'
 constexpr uint32_t kGetServiceTransaction = 0x5f475356;  // '_GSV', to target 0
+// AIBinder_dump on a proxy: the target's class onDump runs with the caller's
+// descriptor, which travels as SCM_RIGHTS ancillary data with the frame's
+// first byte; the data is int32 argument count, then the arguments as
+// strings. The reply (empty) comes once onDump has returned.
+constexpr uint32_t kDumpTransaction = 0x5f444d50;  // '_DMP'
 
 struct WireObject {
   uint32_t kind = 0;

@@ -190,6 +190,12 @@ ThreadState* CurrentThread();
 
 // An incoming transaction on a local object.
 struct Work {
+  Work() = default;
+  // Gives back the dump slot that a held descriptor takes.
+  ~Work();
+  Work(const Work&) = delete;
+  Work& operator=(const Work&) = delete;
+
   std::shared_ptr<Connection> conn;
   LocalBinder* target = nullptr;  // strong reference owned by the work item
   uint32_t code = 0;
@@ -200,6 +206,7 @@ struct Work {
   uid_t uid = 0;
   std::unique_ptr<AParcel> data;
   size_t backlog_bytes = 0;  // counted in conn's incoming backlog until started
+  lumx::unique_fd fd;        // a dump's descriptor (the caller's, dup'ed to us)
 };
 
 // Runs an incoming transaction on the current thread and answers it; one of
@@ -211,6 +218,9 @@ void DiscardWork(Work* w);
 // Calls the object's onTransact after checking the interface token.
 binder_status_t DispatchLocal(LocalBinder* b, transaction_code_t code, const AParcel* in,
                               AParcel* out);
+// A dump transaction: reads the arguments and calls the class's onDump with
+// `fd` (STATUS_OK without one).
+binder_status_t DispatchDump(LocalBinder* b, int fd, const AParcel* in);
 
 // Waits for `call` while serving nested calls routed to this thread; reads
 // the reply from `conn` itself when it can.

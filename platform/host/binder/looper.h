@@ -103,6 +103,7 @@ class Looper {
   std::atomic<int64_t> partial_bytes{0};
   std::atomic<int64_t> queued_bytes{0};
   std::atomic<int64_t> incoming_bytes{0};
+  std::atomic<int> dumps_held{0};
 
  private:
   enum Kind : uint64_t { kConn = 0, kListener = 1, kWriteSet = 2, kTimer = 3 };

@@ -123,6 +123,32 @@ binder_status_t DispatchLocal(LocalBinder* b, transaction_code_t code, const APa
   return c->on_transact(b, code, in, out);
 }
 
+binder_status_t DispatchDump(LocalBinder* b, int fd, const AParcel* in) {
+  int32_t count = 0;
+  if (AParcel_readInt32(in, &count) != STATUS_OK || count < 0) return STATUS_BAD_VALUE;
+  // Each argument takes at least a word of the frame.
+  if (static_cast<size_t>(count) > in->data.size() / 4) return STATUS_BAD_VALUE;
+  std::vector<std::string> args(static_cast<size_t>(count));
+  for (std::string& arg : args) {
+    binder_status_t st = AParcel_readString(in, &arg, [](void* data, int32_t length, char** buffer) {
+      if (length < 0) return false;  // a null argument
+      std::string* text = static_cast<std::string*>(data);
+      text->resize(static_cast<size_t>(length));
+      *buffer = &(*text)[0];
+      return true;
+    });
+    if (st != STATUS_OK) return STATUS_BAD_VALUE;
+    // The allocator sized it with the terminator, which is not text.
+    if (!arg.empty() && arg.back() == '\0') arg.pop_back();
+  }
+  std::vector<const char*> argv;
+  argv.reserve(args.size());
+  for (const std::string& arg : args) argv.push_back(arg.c_str());
+  const AIBinder_Class* c = b->clazz.load();
+  if (c == nullptr || c->on_dump == nullptr) return STATUS_OK;
+  return c->on_dump(b, fd, argv.data(), static_cast<uint32_t>(argv.size()));
+}
+
 void DiscardWork(Work* w) {
   if (w->backlog_bytes > 0) w->conn->WorkStarted(w->backlog_bytes, (w->flags & FLAG_ONEWAY) != 0);
   LocalBinder* target = w->target;
@@ -148,7 +174,13 @@ void ExecuteWork(Work* w) {
   {
     AParcel reply;
     w->data->pos = 0;
-    st = DispatchLocal(w->target, w->code, w->data.get(), &reply);
+    st = w->code == kDumpTransaction ? DispatchDump(w->target, w->fd.get(), w->data.get())
+                                     : DispatchLocal(w->target, w->code, w->data.get(), &reply);
+    // The caller's copy of the descriptor goes before the answer does.
+    if (w->fd.ok()) {
+      w->fd.reset();
+      w->conn->ReleaseDumpSlot();
+    }
     ts->contexts.pop_back();
     if ((w->flags & FLAG_ONEWAY) == 0) w->conn->SendReply(w->txn_id, st, &reply);
   }

@@ -61,6 +61,24 @@ class RawPeer {
     return true;
   }
   bool Send(const Frame& f) { return Send(Encode(f)); }
+  // The frame in one message with `fd` as SCM_RIGHTS, as the runtime sends
+  // a dump.
+  bool SendWithFd(const Frame& f, int fd) {
+    std::vector<uint8_t> b = Encode(f);
+    iovec iov = {b.data(), b.size()};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    msghdr msg = {};
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    msg.msg_control = control;
+    msg.msg_controllen = sizeof control;
+    cmsghdr* c = CMSG_FIRSTHDR(&msg);
+    c->cmsg_level = SOL_SOCKET;
+    c->cmsg_type = SCM_RIGHTS;
+    c->cmsg_len = CMSG_LEN(sizeof(int));
+    memcpy(CMSG_DATA(c), &fd, sizeof fd);
+    return sendmsg(fd_, &msg, MSG_NOSIGNAL) == static_cast<ssize_t>(b.size());
+  }
   // Greets the service; true if it greets back. `first` gets its first frame.
   bool Hello(Frame* first = nullptr) {
     Frame h;

@@ -8,9 +8,10 @@
 //     STATUS_FAILED_TRANSACTION, as a too-large transaction does on Android;
 //   - objects and parcels cross one connection: an object received from one
 //     process cannot be sent on to a third one (STATUS_INVALID_OPERATION), and
-//     file descriptors cannot be sent at all (STATUS_FDS_NOT_ALLOWED);
-//   - AIBinder_dump works on local objects only (STATUS_INVALID_OPERATION for
-//     a proxy);
+//     file descriptors cannot be sent in a parcel (STATUS_FDS_NOT_ALLOWED);
+//   - AIBinder_dump on a proxy passes the descriptor to the object's process
+//     (SCM_RIGHTS) and returns once its onDump has returned; the descriptor
+//     must be valid (STATUS_BAD_VALUE otherwise);
 //   - a process keeps one connection per peer process, open until the peer
 //     exits.
 #pragma once
