@@ -14,6 +14,7 @@ set(LUMX_CORE_SOURCES
   service/param_ops.cpp
   service/tap_ops.cpp
   service/graph_ops.cpp
+  service/dump_ops.cpp
   buffer/lumx_buffer.cpp
   buffer/lumx_buffer_io.cpp
   processors/lumx_processor.cpp

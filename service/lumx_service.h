@@ -158,6 +158,20 @@ class LumxService : public ::aidl::lumx::BnLumx {
   // ---- Use cases (use_cases.cpp) ----
   static UseCase stringToUseCase(const std::string& name);
 
+  // ---- Dump (dump_ops.cpp) ----
+  // The state and counters, as text or (--json) one JSON object; --reset
+  // clears the counters after reading them. Holds mutex_ only to copy what
+  // it reads, never waits on a device, and bounds its writes to `fd`.
+  binder_status_t dump(int fd, const char** args, uint32_t numArgs) override EXCLUDES(mutex_);
+
+  // A DSP tap as a bind command names it: core, code, index.
+  struct TapBinding {
+    uint8_t core;
+    uint32_t code;
+    uint8_t index;
+    bool operator==(const TapBinding& o) const { return core == o.core && code == o.code && index == o.index; }
+  };
+
   // ---- For tests ----
   size_t tapOutBufferCount() EXCLUDES(mutex_);
   size_t injectBufferCount() EXCLUDES(mutex_);
@@ -181,6 +195,8 @@ class LumxService : public ::aidl::lumx::BnLumx {
   void retireProcessorLocked(std::map<uint32_t, LumxProcessor*>::iterator it) REQUIRES(mutex_);
   // [param_ops.cpp]
   // [tap_ops.cpp]
+  // After a successful ConnectTap: which tap now feeds which buffers.
+  void rememberTapBinding(const TapBinding& tap, uint8_t tapOutBuffer, uint8_t injectBuffer) REQUIRES(mutex_);
   // [graph_ops.cpp]
   // [use_cases.cpp]
 
@@ -193,6 +209,11 @@ class LumxService : public ::aidl::lumx::BnLumx {
   // no new one (it would outlive the service).
   bool stopping_ GUARDED_BY(mutex_) = false;
   lumx::StatCounter rescans_;
+  // The tap the last successful ConnectTap bound to each buffer id, per
+  // direction. The binding lives on the DSP, so it outlives the buffers
+  // (a rescan finds them bound as before); only a later bind changes it.
+  std::map<int32_t, TapBinding> tapOutTaps_ GUARDED_BY(mutex_);
+  std::map<int32_t, TapBinding> injectTaps_ GUARDED_BY(mutex_);
 };
 
 // The one LumxService, null while none exists. Written only by the service's

@@ -4,6 +4,7 @@
 // then commandMutex).
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -73,7 +74,7 @@ void AddRequestLine(const char* line, CommandResult* result) {
 
 // Sends one tap control command; a failure is reported as "<name> failed,
 // status <n>" with ERROR. Caller holds the service mutex.
-void SendTapControl(uint16_t opcode, const char* name, uint8_t* bytes, size_t size, CommandResult* result) {
+int32_t SendTapControl(uint16_t opcode, const char* name, uint8_t* bytes, size_t size, CommandResult* result) {
   const int32_t status = Send(opcode, bytes, size);
   if (status != 0) {
     char failure[64];
@@ -81,6 +82,7 @@ void SendTapControl(uint16_t opcode, const char* name, uint8_t* bytes, size_t si
     result->strList.push_back(failure);
     result->status = CommandResult::Status::ERROR;
   }
+  return status;
 }
 
 }  // namespace
@@ -290,8 +292,26 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
     // (low 8 bits; -1 becomes 0xFF, "none").
     cmd.bytes[kBindTapOutOffset] = static_cast<uint8_t>(tapOutBuffer & 0xff);
     cmd.bytes[kBindInjectOffset] = static_cast<uint8_t>(injectBuffer & 0xff);
-    SendTapControl(CMD_LUMX_TAP_BIND_ID, "CMD_LUMX_TAP_BIND_ID", cmd.bytes, kTapBindCmdSize, result);
+    if (SendTapControl(CMD_LUMX_TAP_BIND_ID, "CMD_LUMX_TAP_BIND_ID", cmd.bytes, kTapBindCmdSize, result) == 0) {
+      rememberTapBinding(TapBinding{static_cast<uint8_t>(core & 0xff), static_cast<uint32_t>(tap),
+                                    static_cast<uint8_t>(index & 0xff)},
+                         cmd.bytes[kBindTapOutOffset], cmd.bytes[kBindInjectOffset]);
+    }
   }
   print_aidl_return("ConnectTap", result);
   return ::ndk::ScopedAStatus::ok();
+}
+
+// A tap has one buffer per direction and a buffer one tap per direction, as
+// the DSP binds them: the tap leaves the buffers it was bound to, and the
+// buffers named take it over from whatever tap they had. The ids are what
+// the DSP got (the low 8 bits; 0xFF for none).
+void LumxService::rememberTapBinding(const TapBinding& tap, uint8_t tapOutBuffer, uint8_t injectBuffer) {
+  for (auto* bindings : {&tapOutTaps_, &injectTaps_}) {
+    for (auto it = bindings->begin(); it != bindings->end();) {
+      it = it->second == tap ? bindings->erase(it) : std::next(it);
+    }
+  }
+  if (tapOutBuffer != kNoBuffer) tapOutTaps_[tapOutBuffer] = tap;
+  if (injectBuffer != kNoBuffer) injectTaps_[injectBuffer] = tap;
 }
