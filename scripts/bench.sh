@@ -19,6 +19,9 @@
 #   scripts/bench.sh --keep                 keep the run's temp dir (logs)
 #   scripts/bench.sh --no-fault             skip the fault run
 #   scripts/bench.sh --fault-only           only the fault run (JSON: DIR/bench-faults.json)
+#   scripts/bench.sh --stats-cost           only the cost of the dump's counters on the I/O
+#                                           thread's packet path (instructions under callgrind,
+#                                           counters on against compiled out; goal <= 1.02)
 #
 # Every process it starts lives in a private temporary directory
 # (LUMX_DEV_ROOT, LUMX_BINDER_DIR, LUMX_SYSFS_ROOT) and is stopped at the end,
@@ -29,6 +32,7 @@ cd "$(dirname "$0")/.."
 build_dir=build/release
 build=1
 fault=1
+stats_cost=0
 pass=()
 while [ $# -gt 0 ]; do
   case "$1" in
@@ -36,10 +40,18 @@ while [ $# -gt 0 ]; do
     --no-build) build=0; shift ;;
     --no-fault) fault=0; shift ;;
     --fault-only) fault=2; shift ;;
+    --stats-cost) stats_cost=1; shift ;;
     -h|--help) sed -n '2,25p' "$0"; python3 bench/system/bench.py --help; exit 0 ;;
     *) pass+=("$1"); shift ;;
   esac
 done
+
+if [ "$stats_cost" = 1 ]; then
+  if [ "$build_dir" = build/release ] && [ "$build" = 1 ]; then
+    cmake --preset release >/dev/null
+  fi
+  exec cmake --build "$build_dir" -j2 --target stats_cost
+fi
 
 if [ "$build" = 1 ]; then
   if [ "$build_dir" = build/release ]; then
