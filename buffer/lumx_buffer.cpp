@@ -27,8 +27,8 @@ LumxBuffer::LumxBuffer(const std::string& name, const std::string& path, unsigne
 }
 
 LumxBuffer::~LumxBuffer() {
-  // A caller that pinned this buffer (handleEnableBuffers) may still be
-  // enabling or disabling it without the service mutex; let it finish.
+  // A caller that pinned this buffer (handleEnableBuffers, the dump) may
+  // still be working on it without the service mutex; let it finish.
   while (users_.load(std::memory_order_acquire) != 0) usleep(1000);
 
   if (enabled_.load()) handleDisable();
@@ -106,6 +106,7 @@ int LumxBuffer::RegisterInput(LumxProcessor* p) {
   lumx::MutexLock lock(&mutex_);
   if (inputProcessor_ != nullptr) inputProcessor_->SetOutput(nullptr);
   inputProcessor_ = p;
+  updateNames();
   // Publishes this buffer to the I/O threads that read p->output() without
   // a lock (pairs with the acquire fence in deliver()).
   std::atomic_thread_fence(std::memory_order_release);
@@ -120,6 +121,7 @@ void LumxBuffer::UnregisterInput() {
   if (inputProcessor_ != nullptr) {
     inputProcessor_->SetOutput(nullptr);
     inputProcessor_ = nullptr;
+    updateNames();
   }
 }
 
@@ -145,7 +147,27 @@ std::string LumxBuffer::GetInputAsString() const NO_THREAD_SAFETY_ANALYSIS {
   return inputProcessor_ != nullptr ? std::string(inputProcessor_->idName()) : std::string("-");
 }
 
+void LumxBuffer::updateNames() {
+  std::vector<std::string> outputs;
+  for (LumxProcessor* p : outputProcessors_) outputs.push_back(p != nullptr ? p->idName() : "");
+  std::string input = inputProcessor_ != nullptr ? inputProcessor_->idName() : "";
+  lumx::MutexLock lock(&namesMutex_);
+  outputNames_.swap(outputs);
+  inputName_.swap(input);
+}
+
+std::vector<std::string> LumxBuffer::outputNames() const {
+  lumx::MutexLock lock(&namesMutex_);
+  return outputNames_;
+}
+
+std::string LumxBuffer::inputName() const {
+  lumx::MutexLock lock(&namesMutex_);
+  return inputName_;
+}
+
 void LumxBuffer::publishOutputs() {
+  updateNames();
   const OutputList* next = new OutputList(outputProcessors_.begin(), outputProcessors_.end());
   const OutputList* old;
   {

@@ -51,11 +51,13 @@
 //
 //  * Lifetime. handleEnableBuffers() enables buffers without the service
 //    mutex; it pins them (AcquireUse) while it holds that mutex and the
-//    destructor waits for the pins to go before tearing anything down.
+//    destructor waits for the pins to go before tearing anything down. The
+//    service's dump pins them the same way under its registry lock.
 //
 // Wiring reads that the binder side does without mutex_ (GetOutputs, the two
 // text forms, the duplicate check of RegisterOutput) rely on the service
-// mutex, which every caller that changes or reads the wiring holds.
+// mutex, which every caller that changes or reads the wiring holds. The dump
+// holds neither: it reads the names copied under namesMutex_ at each change.
 #pragma once
 
 #include <atomic>
@@ -168,6 +170,10 @@ class LumxBuffer {
   int GetOutputs(std::vector<LumxProcessor*>& list) const;
   std::string GetOutputsAsString() const;
   std::string GetInputAsString() const;
+  // The wiring by processor name (outputs in set order; "" for no input),
+  // for a reader that holds neither the service mutex nor mutex_: the dump.
+  std::vector<std::string> outputNames() const EXCLUDES(namesMutex_);
+  std::string inputName() const EXCLUDES(namesMutex_);
 
   // --- Capture and dump ---
   int CaptureStart(const std::string& fileName, std::string& line);
@@ -270,6 +276,8 @@ class LumxBuffer {
   // retires the old one once this buffer's thread no longer uses it.
   void publishOutputs() REQUIRES(mutex_);
   bool hasOutputUnlocked(LumxProcessor* p) const;
+  // Copies the wiring's names for outputNames()/inputName().
+  void updateNames() REQUIRES(mutex_) EXCLUDES(namesMutex_);
   // Waits until this buffer's thread has left the delivery in progress.
   void waitOwnDelivery() const;
   // Waits until no I/O thread whose output set holds one of `ps` is in the
@@ -294,6 +302,10 @@ class LumxBuffer {
   mutable lumx::Mutex mutex_;
   std::set<LumxProcessor*> outputProcessors_ GUARDED_BY(mutex_);
   LumxProcessor* inputProcessor_ GUARDED_BY(mutex_) = nullptr;
+  // A leaf lock, held only to copy the names below.
+  mutable lumx::Mutex namesMutex_ ACQUIRED_AFTER(mutex_);
+  std::vector<std::string> outputNames_ GUARDED_BY(namesMutex_);
+  std::string inputName_ GUARDED_BY(namesMutex_);
   std::thread ioThread_ GUARDED_BY(mutex_);
   bool ioThreadRunning_ GUARDED_BY(mutex_) = false;
   // Allocated and freed under mutex_ while no thread uses them; the I/O

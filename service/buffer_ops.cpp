@@ -71,10 +71,14 @@ int LumxService::initLumBuffers() {
   if (ScanDevices(kTapOutPrefix, tapOuts) != 0) {
     LUMX_LOGE("Error scanning for lumx devices %s", (LumxDevRoot() + kTapOutPrefix + "*").c_str());
     LUMX_LOGE("Error initializing lumx buffers");
-    tapOutBuffers_.clear();
-    injectBuffers_.clear();
+    dropBuffersLocked();
     return -1;
   }
+  // No inject device is not an error: the map simply stays empty.
+  std::vector<FoundDevice> injects;
+  ScanDevices(kInjectPrefix, injects);
+
+  lumx::MutexLock registryLock(&registryMutex_);
   for (const FoundDevice& device : tapOuts) {
     const int id = SuffixToId(device.suffix);
     if (id < 0) continue;
@@ -82,10 +86,6 @@ int LumxService::initLumBuffers() {
     // name order keeps it.
     tapOutBuffers_.try_emplace(id, "tapout" + device.suffix, device.path, static_cast<unsigned>(id), this, true);
   }
-
-  // No inject device is not an error: the map simply stays empty.
-  std::vector<FoundDevice> injects;
-  ScanDevices(kInjectPrefix, injects);
   for (const FoundDevice& device : injects) {
     const int id = SuffixToId(device.suffix);
     if (id < 0) continue;

@@ -6,12 +6,12 @@
 // cleared). An unknown argument is named on a line of its own first and
 // otherwise ignored.
 //
-// The dump is a reader like any other: it copies what it shows under the
-// service mutex (counters are relaxed atomics, read whole but not as a
-// consistent set), formats outside it, and writes the text to the caller's
-// descriptor with a deadline, never waiting on a device or the DSP: the
-// control channel's state comes from atomics, not from commandMutex, which
-// an exchange holds for its whole reply budget.
+// The dump never takes the service mutex, which a DSP command holds for its
+// whole reply budget (and commandMutex likewise): it pins the buffers and
+// processors it finds under the registry's own small locks, reads their
+// counters (relaxed atomics, each whole, not a consistent set) and names,
+// formats, and writes the text to the caller's descriptor with a deadline.
+// Nothing it does waits on a device or the DSP.
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -54,7 +54,7 @@ int64_t NowNs() {
 
 double Seconds(int64_t ns) { return static_cast<double>(ns) / 1e9; }
 
-// ---- What the dump shows, copied under the lock ----
+// ---- What the dump shows, copied before it is formatted ----
 
 struct LastError {
   bool set = false;
@@ -546,6 +546,54 @@ bool WriteBounded(int fd, const std::string& text) {
 
 }  // namespace
 
+// What the dump holds while it reads: every buffer pinned (its destruction
+// waits), every processor pinned (a delete leaves the last unpin to free it).
+struct LumxService::DumpPins {
+  std::vector<std::pair<int32_t, LumxBuffer*>> tapOuts;
+  std::vector<std::pair<int32_t, LumxBuffer*>> injects;
+  std::map<int32_t, TapBinding> tapOutTaps;
+  std::map<int32_t, TapBinding> injectTaps;
+  std::vector<LumxProcessor*> processors;
+};
+
+// The maps' membership changes only under registryMutex_ (buffers) and
+// gProcessorPinMutex (processors), besides mutex_, which this does not take.
+void LumxService::pinForDump(DumpPins* pins) NO_THREAD_SAFETY_ANALYSIS {
+  {
+    lumx::MutexLock lock(&registryMutex_);
+    for (auto& entry : tapOutBuffers_) {
+      entry.second.AcquireUse();
+      pins->tapOuts.emplace_back(entry.first, &entry.second);
+    }
+    for (auto& entry : injectBuffers_) {
+      entry.second.AcquireUse();
+      pins->injects.emplace_back(entry.first, &entry.second);
+    }
+    pins->tapOutTaps = tapOutTaps_;
+    pins->injectTaps = injectTaps_;
+  }
+  lumx::MutexLock lock(&gProcessorPinMutex);
+  for (auto& entry : processors_) {
+    if (entry.second == nullptr) continue;
+    entry.second->Pin();
+    pins->processors.push_back(entry.second);
+  }
+}
+
+void LumxService::unpinAfterDump(const DumpPins& pins) {
+  for (const auto& entry : pins.tapOuts) entry.second->ReleaseUse();
+  for (const auto& entry : pins.injects) entry.second->ReleaseUse();
+  for (LumxProcessor* p : pins.processors) {
+    bool lastOfRetired;
+    {
+      lumx::MutexLock lock(&gProcessorPinMutex);
+      lastOfRetired = p->Unpin();
+    }
+    // Deleted meanwhile, and already unwired then: only the object is left.
+    if (lastOfRetired) delete p;
+  }
+}
+
 binder_status_t LumxService::dump(int fd, const char** args, uint32_t numArgs) {
   bool json = false;
   bool reset = false;
@@ -584,87 +632,88 @@ binder_status_t LumxService::dump(int fd, const char** args, uint32_t numArgs) {
     rescans_.Reset();
   }
 
-  {
-    lumx::MutexLock lock(&mutex_);
-    v.tapOuts.reserve(tapOutBuffers_.size());
-    std::vector<LumxProcessor*> outputs;
-    for (auto& entry : tapOutBuffers_) {
-      LumxBuffer& buffer = entry.second;
-      const LumxBufferStats& s = buffer.stats();
-      TapOutView b;
-      b.id = entry.first;
-      b.name = buffer.name();
-      b.enabled = buffer.isEnabled();
-      b.running = buffer.ioThreadAlive();
-      b.tap = TapOf(tapOutTaps_, entry.first);
-      outputs.clear();
-      buffer.GetOutputs(outputs);
-      for (LumxProcessor* p : outputs) {
-        if (p != nullptr) b.outputs.push_back(p->idName());
-      }
-      b.format = buffer.formatFields();
-      b.packets = s.rxPackets.Get();
-      b.bytes = s.rxBytes.Get();
-      b.lost = s.rxLost.Get();
-      b.cutAlignment = s.cutAlignment.Get();
-      b.cutVersion = s.cutVersion.Get();
-      b.cutOversize = s.cutOversize.Get();
-      b.cutNoMagic = s.cutNoMagic.Get();
-      b.cutExcess = s.cutExcess.Get();
-      b.skippedBytes = s.skippedBytes.Get();
-      b.readErrors = s.readErrors.Get();
-      b.reopens = s.reopens.Get();
-      b.eofEpisodes = s.eofEpisodes.Get();
-      b.p50 = s.processUs.Percentile(50);
-      b.p99 = s.processUs.Percentile(99);
-      b.max = s.processUs.Max();
-      b.jitterMax = s.jitterMaxUs.Get();
-      b.lastError = ReadLastError(s.lastError, now);
-      if (reset) buffer.resetStats();
-      v.tapOuts.push_back(std::move(b));
+  DumpPins pins;
+  pinForDump(&pins);
+  auto bufferName = [](const std::vector<std::pair<int32_t, LumxBuffer*>>& buffers, const LumxBuffer* b) {
+    for (const auto& entry : buffers) {
+      if (entry.second == b) return entry.second->name();
     }
-    v.injects.reserve(injectBuffers_.size());
-    for (auto& entry : injectBuffers_) {
-      LumxBuffer& buffer = entry.second;
-      const LumxBufferStats& s = buffer.stats();
-      InjectView b;
-      b.id = entry.first;
-      b.name = buffer.name();
-      b.enabled = buffer.isEnabled();
-      b.tap = TapOf(injectTaps_, entry.first);
-      if (LumxProcessor* in = buffer.inputProcessor()) b.input = in->idName();
-      b.packets = s.txPackets.Get();
-      for (size_t k = 0; k < LumxBufferStats::kTxFailureKinds; ++k) b.failures[k] = s.txFailures[k].Get();
-      b.timeouts = s.txTimeouts.Get();
-      b.cut = s.txCut.Get();
-      if (reset) buffer.resetStats();
-      v.injects.push_back(std::move(b));
-    }
-    v.processors.reserve(processors_.size());
-    for (auto& entry : processors_) {
-      LumxProcessor* p = entry.second;
-      if (p == nullptr) continue;
-      ProcessorView pv;
-      pv.id = p->idName();
-      pv.type = p->typeName();
-      pv.enabled = p->IsEnabled();
-      if (LumxBuffer* in = p->input()) pv.input = in->name();
-      if (LumxBuffer* out = p->output()) pv.output = out->name();
-      pv.blocks = p->blocksProcessed();
-      pv.failed = p->blocksFailed();
+    // None, or one on its way out: not pinned, so never looked at.
+    return std::string();
+  };
+
+  v.tapOuts.reserve(pins.tapOuts.size());
+  for (const auto& entry : pins.tapOuts) {
+    LumxBuffer& buffer = *entry.second;
+    const LumxBufferStats& s = buffer.stats();
+    TapOutView b;
+    b.id = entry.first;
+    b.name = buffer.name();
+    b.enabled = buffer.isEnabled();
+    b.running = buffer.ioThreadAlive();
+    b.tap = TapOf(pins.tapOutTaps, entry.first);
+    b.outputs = buffer.outputNames();
+    b.format = buffer.formatFields();
+    b.packets = s.rxPackets.Get();
+    b.bytes = s.rxBytes.Get();
+    b.lost = s.rxLost.Get();
+    b.cutAlignment = s.cutAlignment.Get();
+    b.cutVersion = s.cutVersion.Get();
+    b.cutOversize = s.cutOversize.Get();
+    b.cutNoMagic = s.cutNoMagic.Get();
+    b.cutExcess = s.cutExcess.Get();
+    b.skippedBytes = s.skippedBytes.Get();
+    b.readErrors = s.readErrors.Get();
+    b.reopens = s.reopens.Get();
+    b.eofEpisodes = s.eofEpisodes.Get();
+    b.p50 = s.processUs.Percentile(50);
+    b.p99 = s.processUs.Percentile(99);
+    b.max = s.processUs.Max();
+    b.jitterMax = s.jitterMaxUs.Get();
+    b.lastError = ReadLastError(s.lastError, now);
+    if (reset) buffer.resetStats();
+    v.tapOuts.push_back(std::move(b));
+  }
+  v.injects.reserve(pins.injects.size());
+  for (const auto& entry : pins.injects) {
+    LumxBuffer& buffer = *entry.second;
+    const LumxBufferStats& s = buffer.stats();
+    InjectView b;
+    b.id = entry.first;
+    b.name = buffer.name();
+    b.enabled = buffer.isEnabled();
+    b.tap = TapOf(pins.injectTaps, entry.first);
+    b.input = buffer.inputName();
+    b.packets = s.txPackets.Get();
+    for (size_t k = 0; k < LumxBufferStats::kTxFailureKinds; ++k) b.failures[k] = s.txFailures[k].Get();
+    b.timeouts = s.txTimeouts.Get();
+    b.cut = s.txCut.Get();
+    if (reset) buffer.resetStats();
+    v.injects.push_back(std::move(b));
+  }
+  v.processors.reserve(pins.processors.size());
+  for (LumxProcessor* p : pins.processors) {
+    ProcessorView pv;
+    pv.id = p->idName();
+    pv.type = p->typeName();
+    pv.enabled = p->IsEnabled();
+    pv.input = bufferName(pins.tapOuts, p->input());
+    pv.output = bufferName(pins.injects, p->output());
+    pv.blocks = p->blocksProcessed();
+    pv.failed = p->blocksFailed();
+    if (p->type() == kProcessorTypeArel) {
       // Its lock is held by the I/O thread for one block at most, never
       // across a client call.
-      if (p->type() == kProcessorTypeArel) {
-        auto* relay = static_cast<AudioRelayProcessor*>(p);
-        pv.relay = true;
-        pv.client = relay->clientStats();
-        if (reset) relay->resetStats();
-      } else if (reset) {
-        p->resetStats();
-      }
-      v.processors.push_back(std::move(pv));
+      auto* relay = static_cast<AudioRelayProcessor*>(p);
+      pv.relay = true;
+      pv.client = relay->clientStats();
+      if (reset) relay->resetStats();
+    } else if (reset) {
+      p->resetStats();
     }
+    v.processors.push_back(std::move(pv));
   }
+  unpinAfterDump(pins);
 
   header += json ? FormatJson(v) : FormatText(v);
   WriteBounded(fd, header);

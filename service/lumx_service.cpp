@@ -55,8 +55,11 @@ LumxService::~LumxService() {
   {
     lumx::MutexLock lock(&mutex_);
     // Destroying a buffer stops its I/O thread and unwires its processors.
-    tapOutBuffers_.clear();
-    injectBuffers_.clear();
+    {
+      std::map<int32_t, LumxBuffer> tapOuts;
+      std::map<int32_t, LumxBuffer> injects;
+      takeBuffersLocked(&tapOuts, &injects);
+    }
     LumxService* self = this;
     __atomic_compare_exchange_n(&gService, &self, nullptr, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
   }
@@ -133,12 +136,22 @@ void LumxService::HandleInotifyEvent(inotify_event* event) {
 void LumxService::dropBuffersLocked() {
   bool streamed = false;
   for (const auto& entry : tapOutBuffers_) streamed |= entry.second.isEnabled();
-  tapOutBuffers_.clear();
-  injectBuffers_.clear();
+  {
+    std::map<int32_t, LumxBuffer> tapOuts;
+    std::map<int32_t, LumxBuffer> injects;
+    takeBuffersLocked(&tapOuts, &injects);
+  }
   if (streamed) {
     CommandResult unused;
     updateWakeLock(&unused);
   }
+}
+
+void LumxService::takeBuffersLocked(std::map<int32_t, LumxBuffer>* tapOuts,
+                                    std::map<int32_t, LumxBuffer>* injects) {
+  lumx::MutexLock lock(&registryMutex_);
+  tapOuts->swap(tapOutBuffers_);
+  injects->swap(injectBuffers_);
 }
 
 // Callers (ProcessorEnable, and StartIo/StopIo once their buffers are

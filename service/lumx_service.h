@@ -160,8 +160,9 @@ class LumxService : public ::aidl::lumx::BnLumx {
 
   // ---- Dump (dump_ops.cpp) ----
   // The state and counters, as text or (--json) one JSON object; --reset
-  // clears the counters after reading them. Holds mutex_ only to copy what
-  // it reads, never waits on a device, and bounds its writes to `fd`.
+  // clears the counters after reading them. Never takes mutex_ (a DSP
+  // command holds it for its reply budget) and never waits on a device; its
+  // writes to `fd` are bounded.
   binder_status_t dump(int fd, const char** args, uint32_t numArgs) override EXCLUDES(mutex_);
 
   // A DSP tap as a bind command names it: core, code, index.
@@ -187,6 +188,10 @@ class LumxService : public ::aidl::lumx::BnLumx {
   // was streaming, re-evaluates the wake lock, which would otherwise stay
   // held until a later StartIo or StopIo.
   void dropBuffersLocked() REQUIRES(mutex_);
+  // Takes every buffer out of the maps (under registryMutex_ for the swap
+  // only); the caller destroys them, still under mutex_.
+  void takeBuffersLocked(std::map<int32_t, LumxBuffer>* tapOuts, std::map<int32_t, LumxBuffer>* injects)
+      REQUIRES(mutex_) EXCLUDES(registryMutex_);
   // [buffer_ops.cpp]
   // [processor_ops.cpp]
   // Removes the entry (under gProcessorPinMutex too), unwires the processor
@@ -196,11 +201,23 @@ class LumxService : public ::aidl::lumx::BnLumx {
   // [param_ops.cpp]
   // [tap_ops.cpp]
   // After a successful ConnectTap: which tap now feeds which buffers.
-  void rememberTapBinding(const TapBinding& tap, uint8_t tapOutBuffer, uint8_t injectBuffer) REQUIRES(mutex_);
+  void rememberTapBinding(const TapBinding& tap, uint8_t tapOutBuffer, uint8_t injectBuffer)
+      REQUIRES(mutex_) EXCLUDES(registryMutex_);
+  // [dump_ops.cpp]
+  struct DumpPins;
+  // Pins every buffer (AcquireUse) and processor (Pin) for the dump, under
+  // registryMutex_ and gProcessorPinMutex only.
+  void pinForDump(DumpPins* pins) EXCLUDES(mutex_, registryMutex_);
+  void unpinAfterDump(const DumpPins& pins);
   // [graph_ops.cpp]
   // [use_cases.cpp]
 
   lumx::Mutex mutex_;
+  // Held, after mutex_, by every change of the buffer maps' membership and of
+  // the tap bindings, and by the dump, which reads them without mutex_: a
+  // DSP command holds mutex_ for its whole reply budget, and the dump must
+  // answer meanwhile. A leaf: nothing is destroyed or waited for under it.
+  lumx::Mutex registryMutex_ ACQUIRED_AFTER(mutex_);
   std::map<uint32_t, LumxProcessor*> processors_ GUARDED_BY(mutex_);
   std::map<int32_t, LumxBuffer> tapOutBuffers_ GUARDED_BY(mutex_);
   std::map<int32_t, LumxBuffer> injectBuffers_ GUARDED_BY(mutex_);
@@ -212,8 +229,8 @@ class LumxService : public ::aidl::lumx::BnLumx {
   // The tap the last successful ConnectTap bound to each buffer id, per
   // direction. The binding lives on the DSP, so it outlives the buffers
   // (a rescan finds them bound as before); only a later bind changes it.
-  std::map<int32_t, TapBinding> tapOutTaps_ GUARDED_BY(mutex_);
-  std::map<int32_t, TapBinding> injectTaps_ GUARDED_BY(mutex_);
+  std::map<int32_t, TapBinding> tapOutTaps_ GUARDED_BY(registryMutex_);
+  std::map<int32_t, TapBinding> injectTaps_ GUARDED_BY(registryMutex_);
 };
 
 // The one LumxService, null while none exists. Written only by the service's

@@ -307,6 +307,7 @@ void LumxService::sprintTapInfo(const LumxTapDetailedInfo& info, std::string& ou
 // buffers named take it over from whatever tap they had. The ids are what
 // the DSP got (the low 8 bits; 0xFF for none).
 void LumxService::rememberTapBinding(const TapBinding& tap, uint8_t tapOutBuffer, uint8_t injectBuffer) {
+  lumx::MutexLock lock(&registryMutex_);
   for (auto* bindings : {&tapOutTaps_, &injectTaps_}) {
     for (auto it = bindings->begin(); it != bindings->end();) {
       it = it->second == tap ? bindings->erase(it) : std::next(it);

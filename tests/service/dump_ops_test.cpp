@@ -1,17 +1,21 @@
 // The service's dump in process: its arguments and forms, the field names of
 // its JSON object, the counters of a stream whose inject reader stalls (and
-// their reset), and the control channel's counters while a DSP command times
-// out, during which the dump still answers.
+// their reset), the control channel's counters while a DSP command times
+// out, during which the dump still answers, and dumps racing with rescans and
+// processor deletes (the dump pins what it reads instead of taking the
+// service mutex).
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <lumx_host/log_capture.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "daemon/lumxd.h"
@@ -217,6 +221,44 @@ TEST_F(DumpOpsTest, ControlFaultsMoveTheirCountersAndTheDumpDoesNotWait) {
       EXPECT_LT(a["last_error"]["age_s"].number(), 60);
     }
   }
+}
+
+TEST_F(DumpOpsTest, DumpsRaceWithRescansAndProcessorDeletes) {
+  std::atomic<bool> stop{false};
+  std::atomic<int> dumps{0};
+  std::thread dumper([&] {
+    while (!stop) {
+      const JsonValue v = Json(dumps % 2 == 0 ? std::vector<const char*>{"--json"}
+                                              : std::vector<const char*>{"--json", "--reset"});
+      EXPECT_EQ(v.keys().size(), 8u);
+      ++dumps;
+    }
+  });
+  for (int i = 0; i < 30 || dumps < 30; ++i) {
+    CommandResult r;
+    const int32_t processors[][2] = {{ICode("pas0"), ICode("pass")}, {ICode("art0"), ICode("arel")}};
+    for (const auto& p : processors) {
+      service->NewProcessorWithType(p[0], p[1], &r);
+      service->Connect(p[0], i % 2, i % 2, &r);
+    }
+    service->Debug({i % 2 == 0 ? "buffer_deinit" : "buffer_init"}, &r);
+    service->DeleteProcessor(ICode(i % 3 == 0 ? "pas0" : "art0"), &r);
+    service->ConnectTap(2, ICode("imic"), 0, i % 2, i % 2, &r);
+  }
+  stop = true;
+  dumper.join();
+  CommandResult r;
+  service->DeleteProcessor(ICode("art0"), &r);
+  service->DeleteProcessor(ICode("pas0"), &r);
+  service->Debug({"buffer_init"}, &r);
+  service->NewProcessorWithType(ICode("pas0"), ICode("pass"), &r);
+  service->Connect(ICode("pas0"), 1, 1, &r);
+  const JsonValue v = Json();
+  ASSERT_EQ(2u, v["tapout_buffers"].size());
+  EXPECT_EQ("pas0", v["tapout_buffers"][1]["outputs"][0].str());
+  EXPECT_EQ("pas0", v["inject_buffers"][1]["input"].str());
+  ASSERT_EQ(1u, v["processors"].size());
+  EXPECT_EQ("tapout1", v["processors"][0]["input"].str());
 }
 
 }  // namespace
