@@ -290,6 +290,9 @@ class LumxBuffer {
   bool acquireWriteSlot(int64_t deadlineNs);
   void releaseWriteSlot() { writeSlot_.store(false, std::memory_order_release); }
   void storeFormatFields(const uint8_t* header);
+  // One packet of this inject buffer not written, by writePacketToLum()'s
+  // status (relaxed counters and the last error; any thread).
+  void countTxFailure(int status);
 
   std::string name_;
   std::string devicePath_;

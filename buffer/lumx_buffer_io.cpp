@@ -581,10 +581,14 @@ void LumxBuffer::deliver(const uint8_t* packet, uint32_t packetNum, uint32_t pay
           outPtr = block + kLumPacketHeaderSize;
         } else {
           status = kLumWriteTimedOut;
-          out->stats_.txFailures[LumxBufferStats::TxFailureIndex(status)].Add();
-          out->stats_.txTimeouts.Add();
-          out->stats_.lastError.Record(status, NowNs());
+          out->countTxFailure(status);
         }
+      } else {
+        // Not written, as writePacketToLum() would say (-1): counted, so
+        // that every packet delivered shows on the inject buffer it was
+        // meant for (one that is started after its tap-out misses the first
+        // packets). No log line: that is how a stream starts.
+        out->countTxFailure(-1);
       }
       if (outPtr == nullptr) out->writers_.fetch_sub(1);
     }
@@ -758,9 +762,13 @@ int LumxBuffer::writePacketToLum() {
   if (status == 0) {
     stats_.txPackets.Add();
   } else {
-    stats_.txFailures[LumxBufferStats::TxFailureIndex(status)].Add();
-    if (status == kLumWriteTimedOut) stats_.txTimeouts.Add();
-    stats_.lastError.Record(status, NowNs());
+    countTxFailure(status);
   }
   return status;
+}
+
+void LumxBuffer::countTxFailure(int status) {
+  stats_.txFailures[LumxBufferStats::TxFailureIndex(status)].Add();
+  if (status == kLumWriteTimedOut) stats_.txTimeouts.Add();
+  stats_.lastError.Record(status, NowNs());
 }

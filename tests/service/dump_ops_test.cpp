@@ -161,9 +161,13 @@ TEST_F(DumpOpsTest, StalledInjectStreamCountsEveryPacketOnceAndResets) {
   const double timeouts = in["write_timeouts"].number();
   EXPECT_TRUE(out["packets"].isUnsigned());
   EXPECT_EQ(1920 * packets, out["bytes"].number());
-  EXPECT_EQ(in["write_failures"].keys(), Keys{"-110"}) << "the only way these writes fail";
-  EXPECT_EQ(timeouts, in["write_failures"]["-110"].number());
-  EXPECT_EQ(packets, in["packets"].number() + timeouts) << "each packet written or counted failed";
+  // The inject buffer starts after its tap-out: the first packets may find
+  // it not enabled yet (-1); every later one meets the full pipe.
+  const JsonValue& failures = in["write_failures"];
+  EXPECT_EQ(failures.keys().back(), "-110");
+  EXPECT_LE(failures.size(), 2u);
+  EXPECT_EQ(timeouts, failures["-110"].number());
+  EXPECT_EQ(packets, in["packets"].number() + timeouts + failures["-1"].number()) << "each written or failed";
   EXPECT_EQ(packets, pas["blocks"].number());
   EXPECT_EQ(0, out["lost"].number() + out["cut"]["alignment"].number() + out["skipped_bytes"].number());
   EXPECT_TRUE(out["last_error"].isNull());
