@@ -110,7 +110,9 @@ void DumpFaultTest::ControlCase(const char* fault, double timeouts, double unmat
   EXPECT_EQ(3, a["commands"].number() - b["commands"].number());
   EXPECT_EQ(timeouts, a["timeouts"].number() - b["timeouts"].number());
   EXPECT_EQ(unmatched, a["unmatched_replies"].number() - b["unmatched_replies"].number());
-  if (timeouts > 0) EXPECT_EQ(-110, a["last_error"]["code"].number());
+  if (timeouts > 0) {
+    EXPECT_EQ(-110, a["last_error"]["code"].number());
+  }
 }
 
 TEST_F(DumpFaultTest, StrayRepliesCountAsUnmatched) { ControlCase("--fault-stray-reply", 0, 3); }
