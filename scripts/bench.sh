@@ -41,7 +41,7 @@ while [ $# -gt 0 ]; do
     --no-fault) fault=0; shift ;;
     --fault-only) fault=2; shift ;;
     --stats-cost) stats_cost=1; shift ;;
-    -h|--help) sed -n '2,25p' "$0"; python3 bench/system/bench.py --help; exit 0 ;;
+    -h|--help) sed -n '2,27p' "$0"; python3 bench/system/bench.py --help; exit 0 ;;
     *) pass+=("$1"); shift ;;
   esac
 done
