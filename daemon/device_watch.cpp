@@ -134,5 +134,5 @@ void Lumxd::resetStats() {
   // A holding under way restarts its clock; a release racing with this finds
   // either time and adds at most the part since the reset.
   int64_t since = wakeLockSinceNs_.load(std::memory_order_relaxed);
-  if (since != 0) wakeLockSinceNs_.compare_exchange_strong(since, MonotonicNs(), std::memory_order_relaxed);
+  if (since != 0) wakeLockSinceNs_.compare_exchange_strong(since, lumx::MonotonicNowNs(), std::memory_order_relaxed);
 }
